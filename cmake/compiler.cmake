@@ -1,0 +1,22 @@
+# How our own sources are compiled: target vyn_own_code carries the warnings, everything else here
+# holds for the generated sources as well.
+
+# All that services link is marked in its header. Generated classes are marked through protoc.
+set(CMAKE_C_VISIBILITY_PRESET hidden)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+add_link_options(-Wl,--as-needed,-z,relro,-z,now)
+if(VYN_SANITIZE)
+    add_compile_options(-fsanitize=${VYN_SANITIZE} -fno-omit-frame-pointer
+        -fno-sanitize-recover=all)
+    add_link_options(-fsanitize=${VYN_SANITIZE})
+else()
+    # A symbol that nothing provides is an error here, not on the unit.
+    string(APPEND CMAKE_SHARED_LINKER_FLAGS " -Wl,-z,defs,-Bsymbolic-functions")
+endif()
+
+add_library(vyn_own_code INTERFACE)
+target_compile_options(vyn_own_code INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wformat=2
+    -Wconversion $<$<BOOL:${VYN_WARNINGS_AS_ERRORS}>:-Werror>)
