@@ -1,0 +1,50 @@
+// Owners: what is held by a variable of one of these types is released with it, on every way out.
+#ifndef VYN_COMMON_UTILS_OWNED_H
+#define VYN_COMMON_UTILS_OWNED_H
+
+#include <json-c/json.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <memory>
+
+namespace vyn {
+
+struct JsonRelease {
+    void operator()(json_object* object) const { (void)json_object_put(object); }
+};
+// One reference to a json-c value. release() stands in the line of the call that takes it over.
+using JsonPtr = std::unique_ptr<json_object, JsonRelease>;
+
+struct TokenerRelease {
+    void operator()(json_tokener* tokener) const { json_tokener_free(tokener); }
+};
+using TokenerPtr = std::unique_ptr<json_tokener, TokenerRelease>;
+
+// A file descriptor, or -1.
+class UniqueFd {
+public:
+    explicit UniqueFd(int fd) : fd_(fd) {}
+    ~UniqueFd() { (void)close(); }
+    UniqueFd(const UniqueFd&) = delete;
+    UniqueFd& operator=(const UniqueFd&) = delete;
+    UniqueFd(UniqueFd&&) = delete;
+    UniqueFd& operator=(UniqueFd&&) = delete;
+
+    [[nodiscard]] int get() const { return fd_; }
+    [[nodiscard]] bool valid() const { return fd_ >= 0; }
+
+    // 0, or the errno of the close. The descriptor is gone either way.
+    int close() {
+        const int fd = fd_;
+        fd_ = -1;
+        return fd < 0 || ::close(fd) == 0 ? 0 : errno;
+    }
+
+private:
+    int fd_;
+};
+
+}  // namespace vyn
+
+#endif  // VYN_COMMON_UTILS_OWNED_H
