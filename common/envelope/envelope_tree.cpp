@@ -1,0 +1,201 @@
+#include "envelope/envelope_tree.h"
+
+#include <cstring>
+#include <utility>
+
+#include "envelope/message_type.h"
+#include "logger.h"
+#include "utils/bounded.h"
+#include "utils/json_tree.h"
+
+namespace vyn {
+namespace {
+
+// Monitoring searches the log for these texts: not to be corrected.
+namespace text {
+constexpr char kNotJson[] = "Unable to parse json\n%s\n";
+constexpr char kUnexpected[] = "%s expected to be %s but got %d";
+constexpr char kReceivedType[] = "Received type: %d";
+constexpr char kSplitType[] = "Message type: %d : Encoding type : %d ";
+constexpr char kBodyTooLong[] =
+    "get_body_from_message: body extracted is greater than given length";
+constexpr char kNotCreated[] = "convert_hdr_to_json: Failed to create JSON object";
+}  // namespace text
+
+constexpr uint32_t kEnvelopeVersion = 3;
+
+// What becomes of a field whose key is absent or null.
+enum class Absent { kLogged, kCleared };
+
+// Each reads a key of the envelope into the record and logs, by the name that has always stood
+// in its line, a value of the wrong type.
+
+void read_text(json_object* envelope, const TextField& field, Absent absent, const char* expected,
+               msg_hdr& hdr) {
+    json_val value{};
+    const int type = read_value(envelope, field.key, value);
+    if (type == VYN_JSON_STRING) {
+        (void)copy_cut(text_in(hdr, field), field.size, value.str_val);
+    } else if (type == VYN_JSON_NULL && absent == Absent::kCleared) {
+        *text_in(hdr, field) = '\0';
+    } else {
+        LOG(LOG_LEVEL_DEBUG, text::kUnexpected, field.key, expected, type);
+    }
+}
+
+// True when the key holds an integer.
+bool read_int32(json_object* envelope, const char* key, Absent absent, uint32_t& number) {
+    json_val value{};
+    const int type = read_value(envelope, key, value);
+    if (type == VYN_JSON_INT) {
+        number = static_cast<uint32_t>(value.int_val);
+        return true;
+    }
+    if (type == VYN_JSON_NULL && absent == Absent::kCleared) {
+        number = 0;
+    } else {
+        LOG(LOG_LEVEL_DEBUG, text::kUnexpected, key, "int", type);
+    }
+    return false;
+}
+
+void read_message_type(json_object* envelope, msg_hdr& hdr) {
+    uint32_t word = 0;
+    if (!read_int32(envelope, "message_type", Absent::kLogged, word)) {
+        return;
+    }
+    LOG(LOG_LEVEL_DEBUG, text::kReceivedType, static_cast<int>(word));
+    hdr.msg_type = message_type_of(word);
+    hdr.encoding_type = encoding_type_of(word);
+    LOG(LOG_LEVEL_DEBUG, text::kSplitType, static_cast<int>(hdr.msg_type),
+        static_cast<int>(hdr.encoding_type));
+}
+
+json_object* read_property_bag(json_object* envelope, msg_hdr& hdr) {
+    constexpr char kKey[] = "property_bag";
+    json_val value{};
+    const int type = read_value(envelope, kKey, value);
+    if (type == VYN_JSON_OBJECT) {
+        json_object* bag = nullptr;
+        (void)json_object_object_get_ex(envelope, kKey, &bag);
+        const char* rendered = value.str_val != nullptr ? value.str_val : "";  // no memory
+        return copy_cut(hdr.property_bag, sizeof hdr.property_bag, rendered) ? bag : nullptr;
+    }
+    if (type == VYN_JSON_NULL) {
+        hdr.property_bag[0] = '\0';
+    } else {
+        LOG(LOG_LEVEL_DEBUG, text::kUnexpected, kKey, "string", type);
+    }
+    return nullptr;
+}
+
+[[nodiscard]] bool put_field(json_object* envelope, const TextField& field, const msg_hdr& hdr) {
+    return put_text(envelope, field.key, text_in(hdr, field));
+}
+
+// Members that are empty or zero are not set, and need no key.
+
+[[nodiscard]] bool put_if_set(json_object* object, const char* key, const char* text) {
+    return *text == '\0' || put_text(object, key, text);
+}
+
+[[nodiscard]] bool put_if_set(json_object* object, const char* key, uint32_t number) {
+    return number == 0 || put_int32(object, key, number);
+}
+
+[[nodiscard]] bool put_field_if_set(json_object* envelope, const TextField& field,
+                                    const msg_hdr& hdr) {
+    return put_if_set(envelope, field.key, text_in(hdr, field));
+}
+
+[[nodiscard]] bool put_record(json_object* envelope, const msg_hdr& hdr, int64_t time) {
+    return put_field(envelope, kSystemId, hdr) && put_field(envelope, kMessageId, hdr) &&
+           put_field_if_set(envelope, kCorrelationId, hdr) &&
+           put_int32(envelope, "version", kEnvelopeVersion) &&
+           put_if_set(envelope, "sub_system_id", hdr.sub_system_id) &&
+           put_field_if_set(envelope, kDeviceId, hdr) &&
+           put_field_if_set(envelope, kTargetId, hdr) &&
+           put_int32(envelope, "message_type",
+                     combine_msg_type_encoding_type(hdr.msg_type, hdr.encoding_type)) &&
+           put_int64(envelope, "time", time);
+}
+
+// A number that cannot be made is left out, unlike all others.
+[[nodiscard]] bool put_ttl(json_object* envelope, int64_t ttl) {
+    JsonPtr number(ttl != 0 ? json_object_new_int64(ttl) : nullptr);
+    return number == nullptr || put_member(envelope, "ttl", std::move(number));
+}
+
+}  // namespace
+
+JsonPtr parse_envelope(const char* json) {
+    JsonPtr envelope = parse_json(json);
+    if (envelope == nullptr) {
+        LOG(LOG_LEVEL_DEBUG, text::kNotJson, json);
+    }
+    return envelope;
+}
+
+json_object* read_record(json_object* envelope, msg_hdr& hdr) {
+    read_text(envelope, kMessageId, Absent::kLogged, "int", hdr);
+    read_text(envelope, kCorrelationId, Absent::kCleared, "int", hdr);
+    read_message_type(envelope, hdr);
+    read_text(envelope, kTargetId, Absent::kCleared, "string", hdr);
+    (void)read_int32(envelope, "version", Absent::kLogged, hdr.version);
+    read_text(envelope, kSystemId, Absent::kLogged, "string", hdr);
+    (void)read_int32(envelope, "sub_system_id", Absent::kCleared, hdr.sub_system_id);
+    read_text(envelope, kDeviceId, Absent::kCleared, "int", hdr);
+    (void)read_int64(envelope, "time", hdr.time);
+    (void)read_int64(envelope, "ttl", hdr.ttl);
+    return read_property_bag(envelope, hdr);
+}
+
+const char* read_body(json_object* envelope, std::size_t size) {
+    json_val value{};
+    const int type = read_value(envelope, "body", value);
+    if (type != VYN_JSON_STRING && type != VYN_JSON_OBJECT) {
+        LOG(LOG_LEVEL_DEBUG, text::kUnexpected, "body", "string", type);
+        return nullptr;
+    }
+    if (value.str_val == nullptr) {
+        return nullptr;  // json-c had no memory to render it
+    }
+    if (!fits(std::strlen(value.str_val), size)) {
+        LOG(LOG_LEVEL_ERROR, text::kBodyTooLong);
+        return nullptr;
+    }
+    return value.str_val;
+}
+
+bool put_body(json_object* envelope, const char* body) {
+    return json_object_is_type(envelope, json_type_object) != 0 && put_text(envelope, "body", body);
+}
+
+JsonPtr build_envelope(const msg_hdr& hdr, int64_t time, JsonPtr bag) {
+    JsonPtr envelope(json_object_new_object());
+    if (envelope == nullptr || !put_record(envelope.get(), hdr, time) ||
+        !put_ttl(envelope.get(), hdr.ttl) ||
+        (bag != nullptr && !put_member(envelope.get(), "property_bag", std::move(bag)))) {
+        LOG(LOG_LEVEL_ERROR, text::kNotCreated);
+        return nullptr;
+    }
+    return envelope;
+}
+
+bool build_property_bag(const msg_property_bag& record, JsonPtr& bag) {
+    bag.reset(json_object_new_object());
+    const bool built = bag != nullptr && put_if_set(bag.get(), "error_code", record.error_code) &&
+                       put_if_set(bag.get(), "OTT", record.OTT) &&
+                       put_if_set(bag.get(), "ack_required", record.ack_required) &&
+                       put_if_set(bag.get(), "attempt", record.attempt) &&
+                       put_if_set(bag.get(), "checksum", record.checksum) &&
+                       put_if_set(bag.get(), "error", record.error) &&
+                       put_if_set(bag.get(), "target", record.target) &&
+                       put_if_set(bag.get(), "file", record.file);
+    if (!built || json_object_object_length(bag.get()) == 0) {
+        bag.reset();
+    }
+    return built;
+}
+
+}  // namespace vyn
