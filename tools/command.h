@@ -1,0 +1,71 @@
+// What every command has: a name, help, the options -o and -v, and a way to say something.
+#ifndef VYN_TOOLS_COMMAND_H
+#define VYN_TOOLS_COMMAND_H
+
+#include <memory>
+#include <string>
+
+#include "failure.h"
+
+namespace CLI {
+class App;
+}
+
+namespace vynpkt {
+
+class Command {
+public:
+    virtual ~Command() = default;
+    Command(const Command&) = delete;
+    Command& operator=(const Command&) = delete;
+    Command(Command&&) = delete;
+    Command& operator=(Command&&) = delete;
+
+    [[nodiscard]] std::string name() const;
+    // Whether the arguments were for this command.
+    [[nodiscard]] bool chosen() const;
+    [[nodiscard]] bool verbose() const { return verbose_; }
+
+    // Returns how it ended, or throws a Failure.
+    virtual ExitCode run() = 0;
+
+protected:
+    Command(CLI::App& program, const char* name, const char* description, const char* notes);
+
+    // Where a command registers arguments of its own.
+    [[nodiscard]] CLI::App& arguments() { return arguments_; }
+    void add_input(std::string& path, const char* description);
+
+    // Empty without -o.
+    [[nodiscard]] const std::string& output() const { return output_; }
+    void tell(const std::string& message) const;
+
+private:
+    CLI::App& arguments_;
+    std::string output_;
+    bool verbose_ = false;
+};
+
+// One line on standard error.
+void tell(const std::string& command, const std::string& message);
+
+using CommandPtr = std::unique_ptr<Command>;
+
+[[nodiscard]] CommandPtr make_pack(CLI::App& program);
+[[nodiscard]] CommandPtr make_unpack(CLI::App& program);
+[[nodiscard]] CommandPtr make_compress(CLI::App& program);
+[[nodiscard]] CommandPtr make_decompress(CLI::App& program);
+[[nodiscard]] CommandPtr make_checksum(CLI::App& program);
+[[nodiscard]] CommandPtr make_restamp(CLI::App& program);
+[[nodiscard]] CommandPtr make_encode(CLI::App& program);
+[[nodiscard]] CommandPtr make_decode(CLI::App& program);
+[[nodiscard]] CommandPtr make_list(CLI::App& program);
+[[nodiscard]] CommandPtr make_describe(CLI::App& program);
+[[nodiscard]] CommandPtr make_append(CLI::App& program);
+[[nodiscard]] CommandPtr make_show(CLI::App& program);
+[[nodiscard]] CommandPtr make_verify(CLI::App& program);
+[[nodiscard]] CommandPtr make_recover(CLI::App& program);
+
+}  // namespace vynpkt
+
+#endif  // VYN_TOOLS_COMMAND_H

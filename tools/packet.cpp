@@ -1,0 +1,71 @@
+#include "packet.h"
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <climits>
+
+#include "failure.h"
+#include "io.h"
+#include "zstd_frame.h"
+
+namespace vynpkt {
+
+std::string with_code(const std::string& reason, uint32_t code) {
+    return reason + " (code " + std::to_string(code) + ")";
+}
+
+std::string read_packet(const std::string& path) {
+    std::string packet = read_whole(path);
+    if (packet.empty()) {
+        throw Failure(ExitCode::kRefused, input_name(path), "empty: no packet");
+    }
+    return packet;
+}
+
+std::string plain_packet(const std::string& packet, const std::string& name) {
+    if (!is_frame(packet)) {
+        return packet;
+    }
+    try {
+        return decompressed(packet);
+    } catch (const FrameError& error) {
+        throw Failure(ExitCode::kRefused, name, error.what());
+    }
+}
+
+bool parse_header(std::string_view plain, Header& header) {
+    static_assert(kMaxInMemory <= INT_MAX, "the parser takes an int");
+    return header.ParseFromArray(plain.data(), static_cast<int>(plain.size()));
+}
+
+int parse_status(const std::string& text) {
+    std::string name = text;
+    std::transform(name.begin(), name.end(), name.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    PacketStatus status = NONE;
+    if (PacketStatus_Parse(name, &status)) {
+        return status;
+    }
+    // A number need not be known here: one day there may be more of them.
+    int number = 0;
+    const char* end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    if (error != std::errc() || stop != end || number < 0) {
+        throw Failure(ExitCode::kUsage, text,
+                      "not a packet status; give one of " + status_names() + ", by name or number");
+    }
+    return number;
+}
+
+std::string status_names() {
+    const auto* statuses = PacketStatus_descriptor();
+    std::string names;
+    for (int i = 0; i < statuses->value_count(); ++i) {
+        const auto* status = statuses->value(i);
+        names += (i > 0 ? ", " : "") + status->name() + " " + std::to_string(status->number());
+    }
+    return names;
+}
+
+}  // namespace vynpkt

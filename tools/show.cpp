@@ -1,0 +1,178 @@
+// show: the packets of a packet file as lines of JSON.
+#include <CLI/CLI.hpp>
+#include <cstring>
+#include <optional>
+
+#include "command.h"
+#include "io.h"
+#include "json_helper.h"
+#include "packet.h"
+#include "proto_helper.h"
+#include "record_file.h"
+#include "zstd_frame.h"
+
+namespace vynpkt {
+namespace {
+
+constexpr char kNotes[] =
+    R"(Reads a packet file of any length from FILE, or from standard input without FILE
+or with "-", and prints the envelope of each packet on a line, as "unpack" does.
+A packet that does not become JSON, such as one of more than 24576 bytes, is an
+object with "offset", "length" and "error" instead, and the run ends with exit
+code 4. It is never one of those that --only asks for.
+
+--skip and -n count the packets that --only leaves. With --offset, each object
+also tells where its record begins and the length of its packet.
+
+Records in front of damage are shown, then its offset is told and the run ends
+with exit code 1; a file named with -o stays as it was.
+
+Examples:
+  vynpkt show packets.dat
+  vynpkt show --only message_type=5 -n 10 packets.dat | jq .body
+  vynpkt show --offset packets.dat | jq -c '[.offset, .message_id]'
+  vynpkt show --count packets.dat)";
+
+// Every text comes out of a packet of limited length, at most six bytes for one; keys and numbers
+// take the rest.
+constexpr std::size_t kEnvelopeRoom = 6 * VYN_PACKET_CAPACITY + 4096;
+
+const char* words_for(uint32_t code) {
+    switch (code) {
+        case VYN_DOES_NOT_FIT:
+            return "a text is too long for the envelope and left empty there";
+        case VYN_BAD_BODY:
+            return "a binary body is too long for the envelope and left empty there";
+        case VYN_NOT_DECOMPRESSED:
+            return "more bytes than become JSON";
+        default:
+            return "the envelope could not be made";
+    }
+}
+
+// Up to the NUL.
+std::string_view text_in(const std::string& buffer) {
+    return std::string_view(buffer).substr(0, buffer.find('\0'));
+}
+
+std::string position_keys(const RecordReader& reader) {
+    return "\"offset\": " + std::to_string(reader.offset()) +
+           ", \"length\": " + std::to_string(reader.packet().size());
+}
+
+struct Filter {
+    std::string key;
+    std::string value;
+};
+
+class Show : public Command {
+public:
+    explicit Show(CLI::App& program)
+        : Command(program, "show", "Print the packets of a packet file as JSON lines", kNotes) {
+        add_input(input_, "The packet file");
+        CLI::App& app = arguments();
+        app.add_option("-n", most_, "Show at most N packets")->type_name("N");
+        app.add_option("--skip", skip_, "Leave out the first N")->type_name("N");
+        app.add_option_function<std::string>(
+               "--only", [this](const std::string& text) { set_filter(text); },
+               "Show packets whose envelope has this text or number")
+            ->type_name("KEY=VALUE");
+        app.add_flag("--offset", offset_, "Add the keys \"offset\" and \"length\"");
+        app.add_flag("--count", count_, "Print only how many there are");
+    }
+
+    ExitCode run() override {
+        Output out(output());
+        RecordReader reader(input_);
+        uint64_t seen = 0;
+        uint64_t shown = 0;
+        auto outcome = RecordReader::Outcome::kRecord;
+        while (!(most_ && shown >= *most_) &&
+               (outcome = reader.next()) == RecordReader::Outcome::kRecord) {
+            // What is only counted need not become JSON.
+            const bool wanted = !count_ && seen >= skip_;
+            std::string line;
+            if (filter_ || wanted) {
+                line = convert(reader);
+            }
+            if (filter_ && !matches(line)) {
+                continue;
+            }
+            if (++seen <= skip_) {
+                continue;
+            }
+            ++shown;
+            if (!count_) {
+                out.write(line + "\n");
+            }
+        }
+        if (count_) {
+            out.write(std::to_string(shown) + "\n");
+        }
+        if (outcome == RecordReader::Outcome::kDamaged) {
+            throw Failure(
+                ExitCode::kRefused, reader.name(),
+                "damaged at offset " + std::to_string(reader.offset()) + ": " + reader.reason());
+        }
+        out.commit();
+        return code_;
+    }
+
+private:
+    void set_filter(const std::string& text) {
+        const std::size_t equals = text.find('=');
+        if (equals == std::string::npos || equals == 0) {
+            throw Failure(ExitCode::kUsage, "--only " + text, "not KEY=VALUE");
+        }
+        filter_ = Filter{text.substr(0, equals), text.substr(equals + 1)};
+    }
+
+    [[nodiscard]] bool matches(const std::string& line) {
+        value_.resize(kEnvelopeRoom);
+        return get_key_json(line.c_str(), filter_->key.c_str(), value_.data(),
+                            static_cast<uint32_t>(value_.size())) != 0 &&
+               filter_->value == text_in(value_);
+    }
+
+    [[nodiscard]] std::string convert(const RecordReader& reader) {
+        uint32_t code = VYN_NOT_DECOMPRESSED;
+        if (reader.packet().size() <= VYN_PACKET_CAPACITY) {
+            const std::string frame = compressed(reader.packet());
+            envelope_.resize(kEnvelopeRoom);
+            code = cnvrt_protobuf_to_json_hdr(bytes_of(std::string_view(frame)), envelope_.data(),
+                                              static_cast<uint32_t>(frame.size()),
+                                              static_cast<uint32_t>(envelope_.size()));
+        }
+        const bool soft = code == VYN_DOES_NOT_FIT || code == VYN_BAD_BODY;
+        if (code != VYN_OK) {
+            code_ = ExitCode::kLoss;
+            tell(reader.name() + ": record at offset " + std::to_string(reader.offset()) + ": " +
+                 with_code(words_for(code), code));
+        }
+        if (code != VYN_OK && !soft) {
+            return "{ " + position_keys(reader) + ", \"error\": \"" +
+                   with_code(words_for(code), code) + "\" }";
+        }
+        std::string line(text_in(envelope_));
+        if (offset_) {
+            line.insert(line.find('{') + 1, " " + position_keys(reader) + ",");
+        }
+        return line;
+    }
+
+    std::string input_ = "-";
+    std::optional<uint64_t> most_;
+    uint64_t skip_ = 0;
+    std::optional<Filter> filter_;
+    bool offset_ = false;
+    bool count_ = false;
+    std::string envelope_;
+    std::string value_;
+    ExitCode code_ = ExitCode::kDone;
+};
+
+}  // namespace
+
+CommandPtr make_show(CLI::App& program) { return std::make_unique<Show>(program); }
+
+}  // namespace vynpkt
