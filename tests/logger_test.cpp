@@ -1,0 +1,176 @@
+#include "logger.h"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/time.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <string>
+
+#include "support/log_trap.h"
+
+namespace {
+
+using vyn_test::error_line;
+using vyn_test::LogLines;
+using vyn_test::take_log;
+
+class Logger : public testing::Test {
+protected:
+    void SetUp() override { (void)take_log(); }
+    void TearDown() override { update_log_level(0); }
+};
+
+std::string repeat(int times, const std::string& text) {
+    std::string all;
+    for (int i = 0; i < times; ++i) {
+        all += text;
+    }
+    return all;
+}
+
+std::string nested(int depth) { return repeat(depth, "\\(") + "a" + repeat(depth, "\\)"); }
+
+uint64_t now_in_milliseconds() {
+    timeval now{};
+    (void)gettimeofday(&now, nullptr);
+    return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_usec) / 1000;
+}
+
+const uint32_t level_at_load = get_log_level();
+
+TEST_F(Logger, ThresholdAndPriorities) {
+    EXPECT_EQ(level_at_load, 0U);
+    constexpr uint32_t kHuge = 0xFFFFFFFF;
+    const char* bad = "3 Incorrect log level";
+    const struct {
+        uint32_t threshold;
+        uint32_t level;
+        const char* line;
+    } cases[] = {{0, 0, "6 text\n"}, {0, 1, "7 text\n"}, {0, 2, "3 text\n"}, {0, 3, ""},
+                 {0, 4, bad},        {1, 0, ""},         {1, 1, "7 text\n"}, {2, 1, ""},
+                 {2, 2, "3 text\n"}, {3, 2, ""},         {3, 3, ""},         {3, 7, bad},
+                 {8, 7, ""},         {0, kHuge, bad},    {kHuge, 2, ""}};
+    for (const auto& c : cases) {
+        update_log_level(c.threshold);
+        EXPECT_EQ(get_log_level(), c.threshold);
+        LOG(c.level, "%s", "text");
+        EXPECT_EQ(take_log(), *c.line != '\0' ? LogLines{c.line} : LogLines{})
+            << "level " << c.level << " under " << c.threshold;
+    }
+}
+
+TEST_F(Logger, OnlyAMessageThatLeavesRoomEndsInANewline) {
+    for (std::size_t length = 2045; length <= 2049; ++length) {
+        const std::string text = std::string(length - 1, 'x') + "y";
+        LOG(2, "%s", text.c_str());
+        EXPECT_EQ(take_log(), LogLines{"3 " + text.substr(0, 2047) + (length < 2047 ? "\n" : "")});
+    }
+    LOG(2, "%ls", L"\x1234");  // no such character in the C locale: formatting fails
+    EXPECT_EQ(take_log(), LogLines{error_line("")});
+}
+
+TEST_F(Logger, ArgumentsAreVerbatimAndErrnoIsKept) {
+    errno = ENOENT;
+    LOG(2, "%s", "100%s%n%d");
+    EXPECT_EQ(errno, ENOENT);
+    notify_IVI_("50% of %s", -7);
+    notify_IVI_(nullptr, 0);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(take_log(), (LogLines{error_line("100%s%n%d"), error_line("50% of %s"),
+                                    error_line("Error Code : -7"), error_line("(null)"),
+                                    error_line("Error Code : 0")}));
+}
+
+TEST_F(Logger, InitOpensTheConnectionAndSetsTheThreshold) {
+    EXPECT_EQ(log_file_init("vynd", -1, 2), 1);
+    EXPECT_EQ(vyn_test::last_openlog(), "vynd 1 8");
+    EXPECT_EQ(get_log_level(), 2U);
+}
+
+TEST_F(Logger, TimestampIsInMilliseconds) {
+    const uint64_t before = now_in_milliseconds();
+    const uint64_t stamp = get_current_timestamp_();
+    EXPECT_TRUE(before <= stamp && stamp <= now_in_milliseconds()) << stamp;
+}
+
+TEST_F(Logger, TransactionIdsAreConsecutive) {
+    const uint32_t id = generate_unique_trans_id();
+    EXPECT_EQ(generate_unique_trans_id(), id + 1);
+    EXPECT_EQ(generate_unique_trans_id(), id + 2);
+}
+
+TEST_F(Logger, TextPredicates) {
+    EXPECT_EQ(is_param_not_empty(nullptr), 0);
+    EXPECT_EQ(is_param_not_empty(""), 0);
+    EXPECT_EQ(is_param_not_empty(" "), 1);
+    const struct {
+        const char* value;
+        const char* allowed;
+        int result;
+    } cases[] = {
+        {"b", "a|b|c", 1},     {"a", "a|b|c", 1},    {"c", "a|b|c", 1},    {"b", "|b|", 1},
+        {"b", "a||b", 1},      {"d", "a|b|c", 0},    {"bb", "a|b|c", 0},   {"b", "a|bb", 0},
+        {"bc", "a|b", 0},      {"", "||", 0},        {"", "a||b", 0},      {"", "|", 0},
+        {"", "", 1},           {"", "a", 0},         {"a", "", 0},         {"a|b", "a|b", 0},
+        {"B", "b", 0},         {"b", "b", 1},        {nullptr, "a", 0},    {"a", nullptr, 0},
+        {nullptr, nullptr, 0}, {"\xff", "\xff|", 1}, {" b", "a| b |b ", 0}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(compare_config_data_values(c.value, c.allowed), c.result)
+            << (c.value ? c.value : "NULL") << " in " << (c.allowed ? c.allowed : "NULL");
+    }
+}
+
+TEST_F(Logger, RegularExpressions) {
+    const std::string opened = repeat(60, "\\(");
+    const struct {
+        std::string text;
+        std::string pattern;
+        int result;
+    } cases[] = {
+        {"abc", "b", 1},
+        {"abc", "^b", 0},
+        {"abc", "[", 0},
+        {"abab", "^\\(ab\\)\\1$", 1},
+        {"a+(b)", "a+(b)", 1},  // plain characters in the basic syntax
+        {"a", nested(50), 1},
+        {"a", nested(51), 0},
+        {"aaa", nested(50) + nested(50) + nested(50), 1},
+        {std::string(60, 'a'), repeat(60, "\\(a\\)"), 1},
+        {repeat(60, "\\("), repeat(60, "\\\\("), 1},  // escaped backslashes, plain parentheses
+        {"(", "[" + opened + "]", 1},
+        {"x", "[^]" + opened + "]", 1},
+        {"(", "[[:digit:]" + opened + "]", 1},
+        {"(", "[[.].]" + opened + "]", 1},
+        {"[a", "\\[" + nested(51), 0},  // no bracket opens here
+        {"ba", "[[:alpha:]]" + nested(51), 0},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(find_key_regex(c.text.c_str(), c.pattern.c_str()), c.result) << c.pattern;
+    }
+    EXPECT_EQ(find_key_regex(nullptr, "a"), 0);
+    EXPECT_EQ(find_key_regex("a", nullptr), 0);
+}
+
+TEST_F(Logger, HundredsOfNestedGroupsDoNotOverflowASmallStack) {
+    pthread_attr_t small;
+    ASSERT_EQ(pthread_attr_init(&small), 0);
+    ASSERT_EQ(pthread_attr_setstacksize(&small, 128 * 1024), 0);
+    pthread_t thread;
+    int matches = -1;
+    const auto body = [](void* result) -> void* {
+        const std::string deep = nested(800);
+        *static_cast<int*>(result) = find_key_regex("a", deep.c_str()) +
+                                     find_key_regex("a", ("[]a]" + deep).c_str()) +
+                                     find_key_regex("a", (repeat(800, "\\)") + deep).c_str()) +
+                                     find_key_regex("a", nested(50).c_str());
+        return nullptr;
+    };
+    ASSERT_EQ(pthread_create(&thread, &small, body, &matches), 0);
+    ASSERT_EQ(pthread_join(thread, nullptr), 0);
+    (void)pthread_attr_destroy(&small);
+    EXPECT_EQ(matches, 1) << "only 50 deep is taken";
+}
+
+}  // namespace

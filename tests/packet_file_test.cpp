@@ -1,0 +1,290 @@
+// Packet files: what is stored comes back, and what is damaged does not.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "proto_helper.h"
+#include "support/log_trap.h"
+#include "support/packets.h"
+
+using vyn_test::bytes_of;
+using vyn_test::error_line;
+using vyn_test::full_header;
+using vyn_test::kUntouched;
+using vyn_test::LogLines;
+using vyn_test::take_log;
+using vyn_test::times;
+
+namespace {
+
+class PacketFile : public testing::Test {
+protected:
+    void SetUp() override {
+        std::string folder = testing::TempDir() + "vyn_packets_XXXXXX";
+        ASSERT_NE(mkdtemp(folder.data()), nullptr);
+        folder_ = folder;
+        path_ = folder + "/packets";
+        (void)take_log();
+    }
+    void TearDown() override {
+        (void)unlink(path_.c_str());
+        (void)rmdir(folder_.c_str());
+    }
+
+    [[nodiscard]] uint32_t store(const std::string& pkt) const {
+        return store_proto_msg_to_file(bytes_of(pkt), static_cast<int32_t>(pkt.size()),
+                                       path_.c_str());
+    }
+    void write_file(const std::string& bytes) const {
+        std::ofstream(path_, std::ios::binary) << bytes;
+    }
+    [[nodiscard]] std::string file() const {
+        std::ifstream in(path_, std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+
+    struct Records {
+        uint32_t code;
+        uint32_t count;
+        std::vector<std::string> packets;
+    };
+    // Reads into slots of this many bytes, with nothing behind the last of them.
+    [[nodiscard]] Records read(std::size_t slots = 8, std::size_t size = 200) const {
+        std::vector<std::string> buffers(slots, times(size, '#'));
+        const std::unique_ptr<uint8_t*[]> bufs(new uint8_t*[slots]);
+        const std::unique_ptr<uint32_t[]> lens(new uint32_t[slots]);
+        for (std::size_t i = 0; i < slots; ++i) {
+            bufs[i] = bytes_of(buffers[i]);
+        }
+        Records records{0, kUntouched, {}};
+        records.code =
+            read_proto_msg_from_file(bufs.get(), &records.count, lens.get(), path_.c_str());
+        for (uint32_t i = 0; i < records.count && records.count != kUntouched; ++i) {
+            records.packets.push_back(buffers[i].substr(0, lens[i]));
+            EXPECT_EQ(buffers[i].find_first_not_of('#', lens[i]), std::string::npos);
+        }
+        return records;
+    }
+
+    std::string folder_;
+    std::string path_;
+};
+
+std::string packet(const std::string& id) {
+    Header header;
+    header.set_message_id(id);
+    return header.SerializeAsString();
+}
+
+// "file": a record as it stands there.
+std::string record(const std::string& pkt) { return static_cast<char>(pkt.size()) + pkt; }
+
+TEST_F(PacketFile, StoresAndReadsInOrder) {
+    const std::string full = full_header().SerializeAsString();
+    const std::string unknown("\xA2\x06\x03xyz", 6);
+    EXPECT_EQ(store(unknown + full), 0U);
+    EXPECT_EQ(store(packet("second")), 0U);
+    EXPECT_EQ(store(""), 0U);
+    EXPECT_EQ(file(), record(full + unknown) + record(packet("second")) + record(""));
+    const Records records = read(3);
+    EXPECT_EQ(records.code, 0U);
+    EXPECT_EQ(records.packets, (std::vector<std::string>{full + unknown, packet("second"), ""}));
+    EXPECT_EQ(take_log(), LogLines{});
+}
+
+TEST_F(PacketFile, Refusals) {
+    uint8_t byte = 0;
+    uint8_t* bufs[] = {&byte, nullptr};
+    uint8_t* none[] = {nullptr};
+    uint32_t count = kUntouched;
+    uint32_t lens[2] = {};
+    const char* path = path_.c_str();
+    EXPECT_EQ(store_proto_msg_to_file(nullptr, 0, path), 1U);
+    EXPECT_EQ(store_proto_msg_to_file(&byte, 0, nullptr), 1U);
+    EXPECT_EQ(read_proto_msg_from_file(nullptr, &count, lens, path), 1U);
+    EXPECT_EQ(read_proto_msg_from_file(bufs, nullptr, lens, path), 1U);
+    EXPECT_EQ(read_proto_msg_from_file(bufs, &count, nullptr, path), 1U);
+    EXPECT_EQ(read_proto_msg_from_file(bufs, &count, lens, nullptr), 1U);
+    EXPECT_EQ(read_proto_msg_from_file(none, &count, lens, path), 1U);
+    EXPECT_EQ(count, kUntouched);
+
+    EXPECT_EQ(read().code, 1U);  // no such file
+    EXPECT_EQ(store("\xFF"), 11U);
+    EXPECT_EQ(store_proto_msg_to_file(&byte, -1, path), 11U);
+    EXPECT_NE(access(path, F_OK), 0) << "made for a packet that is none";
+    write_file("");
+    EXPECT_EQ(read().code, 7U);
+    EXPECT_EQ(read().count, 0U);
+    (void)unlink(path);
+    ASSERT_EQ(mkfifo(path, 0600), 0);
+    EXPECT_EQ(store(""), 12U);
+    EXPECT_EQ(read().code, 1U);
+    for (const char* other : {"/dev/null", "/tmp", "/none/packets"}) {
+        EXPECT_EQ(store_proto_msg_to_file(&byte, 0, other), 12U) << other;
+        EXPECT_EQ(read_proto_msg_from_file(bufs, &count, lens, other), 1U) << other;
+    }
+    EXPECT_EQ(take_log(), LogLines{});
+}
+
+TEST_F(PacketFile, DamageEndsTheReading) {
+    const std::string good = record(packet("1")) + record(packet("2"));
+    const auto zeros = [](std::size_t count) { return times(count, '\0'); };
+    struct Row {
+        const char* name;
+        std::string bytes;
+        uint32_t count;
+        int64_t damaged_at;  // -1: whole
+    };
+    const Row rows[] = {
+        {"whole", good, 2, -1},
+        {"length without a record", good + "\x05", 2, 8},
+        {"length that does not end", good + "\x80", 2, 8},
+        {"length of six bytes", good + "\x80\x80\x80\x80\x80\x01x", 2, 8},
+        {"length beyond 32 bits", good + "\xFF\xFF\xFF\xFF\x1Fx", 2, 8},
+        {"length of 4 GiB", good + "\xFF\xFF\xFF\xFF\x0Fx", 2, 8},
+        {"length of 2 GiB", good + "\x80\x80\x80\x80\x08x", 2, 8},
+        {"length in more bytes than it needs", std::string("\x83\x80\0", 3) + packet("1"), 1, -1},
+        {"not a header", good + record("\x0A\x01\xFF") + good, 2, 8},
+        {"not a header, first", record("\xFF") + good, 0, 0},
+        {"8 zeros at the end", good + zeros(8), 10, -1},
+        {"9 zeros at the end", good + zeros(9), 2, 8},
+        {"zeros alone", zeros(9), 0, 0},
+        {"zeros in the middle", zeros(9) + good, 11, -1},
+        {"zeros over blocks", good + zeros(200000), 2, 8},
+        {"a tear, then another writer's record", good.substr(0, 6) + good, 1, 4},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        write_file(row.bytes);
+        const Records records = read(12);
+        EXPECT_EQ(records.code, row.count > 0 ? 0U : 7U);
+        EXPECT_EQ(records.count, row.count);
+        EXPECT_EQ(take_log(),
+                  row.damaged_at < 0
+                      ? LogLines{}
+                      : LogLines{error_line("read_proto_msg_from_file: damaged record at offset " +
+                                            std::to_string(row.damaged_at))});
+    }
+    // Every cut of four records.
+    const std::vector<std::string> all = {packet("1"), full_header().SerializeAsString(),
+                                          packet(times(100, 'x')), packet("4")};
+    std::string bytes;
+    for (const std::string& pkt : all) {
+        bytes += record(pkt);
+    }
+    for (std::size_t cut = 0; cut <= bytes.size(); ++cut) {
+        write_file(bytes.substr(0, cut));
+        std::size_t whole = 0;
+        std::size_t end = 0;
+        while (whole < all.size() && end + all[whole].size() + 1 <= cut) {
+            end += all[whole++].size() + 1;
+        }
+        const Records records = read();
+        EXPECT_EQ(records.code, whole > 0 ? 0U : 7U) << cut;
+        EXPECT_EQ(records.packets,
+                  std::vector<std::string>(all.begin(), all.begin() + static_cast<long>(whole)));
+        EXPECT_EQ(take_log().size(), end == cut ? 0U : 1U) << cut;
+    }
+}
+
+TEST_F(PacketFile, ReadsAtMostSoMany) {
+    std::string bytes;
+    for (int i = 0; i < 13001; ++i) {
+        bytes += record(packet(std::to_string(i)));
+    }
+    write_file(bytes);
+    EXPECT_EQ(read(13001).count, 13000U);
+    uint8_t buffer[100];
+    uint8_t* bufs[] = {buffer, buffer, nullptr};
+    uint32_t lens[2];
+    uint32_t count = 0;
+    EXPECT_EQ(read_proto_msg_from_file(bufs, &count, lens, path_.c_str()), 0U);
+    EXPECT_EQ(count, 2U);
+    const std::string large = packet(times(300000, 'l'));
+    (void)unlink(path_.c_str());
+    EXPECT_EQ(store(large) + store(large), 0U);
+    EXPECT_EQ(read(2, large.size()).packets, std::vector<std::string>(2, large));
+}
+
+// Records of 30 KB from four processes at once: none is lost, none is mixed.
+TEST_F(PacketFile, ManyWriters) {
+    constexpr int kWriters = 4;
+    constexpr int kEach = 50;
+    for (int writer = 0; writer < kWriters; ++writer) {
+        if (fork() == 0) {
+            uint32_t failures = 0;
+            for (int i = 0; i < kEach; ++i) {
+                failures += store(packet(times(30000, static_cast<char>('a' + writer))));
+            }
+            _exit(failures == 0 ? 0 : 1);
+        }
+    }
+    int status = 0;
+    for (int writer = 0; writer < kWriters; ++writer) {
+        ASSERT_GT(wait(&status), 0);
+        EXPECT_EQ(status, 0);
+    }
+    const Records records = read(kWriters * kEach, 31000);
+    EXPECT_EQ(records.count, static_cast<uint32_t>(kWriters * kEach));
+    for (const std::string& pkt : records.packets) {
+        EXPECT_EQ(pkt, packet(times(30000, pkt.back())));
+    }
+}
+
+// A file system that is full, by way of the limit that every user can set.
+TEST_F(PacketFile, WhatDoesNotFitIsNotCalledStored) {
+    const std::string pkt = packet(times(100, 'x'));
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    const rlimit small{1000, before.rlim_max};
+    ASSERT_NE(signal(SIGXFSZ, SIG_IGN), SIG_ERR);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    uint32_t stored = 0;
+    uint32_t refused = 0;
+    for (int i = 0; i < 12; ++i) {
+        const uint32_t code = store(pkt);
+        EXPECT_TRUE(code == 0 || code == 7) << code;
+        ++(code == 0 ? stored : refused);
+    }
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+    EXPECT_EQ(take_log(),
+              LogLines(refused, error_line("store_proto_msg_to_file: record not stored, "
+                                           "errno 27")));
+    EXPECT_EQ(stored, 1000 / (pkt.size() + 1));
+    EXPECT_EQ(store(pkt), 0U);  // behind no tear
+    EXPECT_EQ(read(12).packets, std::vector<std::string>(stored + 1, pkt));
+}
+
+// On a disk that is full a record is refused whole: no tear is left for the next to stand behind.
+TEST_F(PacketFile, FullDiskLeavesNoTear) {
+    if (mount("tmpfs", folder_.c_str(), "tmpfs", 0, "size=64k") != 0) {
+        GTEST_SKIP() << "needs root, to mount a small file system";
+    }
+    const std::string pkt = packet(times(3000, 'x'));
+    uint32_t stored = 0;
+    while (store(pkt) == 0) {
+        ++stored;
+    }
+    EXPECT_EQ(store(pkt), 7U);
+    const std::size_t size = file().size();
+    const Records records = read(stored + 1, 3100);
+    (void)umount(folder_.c_str());
+    EXPECT_EQ(records.packets, std::vector<std::string>(stored, pkt));
+    EXPECT_EQ(size, stored * (pkt.size() + 2));
+    EXPECT_EQ(take_log(), LogLines(2, error_line("store_proto_msg_to_file: record not stored, "
+                                                 "errno 28")));
+}
+
+}  // namespace

@@ -1,0 +1,64 @@
+#include "support/log_trap.h"
+
+#include <syslog.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <mutex>
+#include <utility>
+
+namespace {
+
+std::mutex lock;
+vyn_test::LogLines lines;
+std::string openlog_arguments;
+
+__attribute__((format(printf, 2, 0))) void catch_line(int priority, const char* format,
+                                                      va_list arguments) {
+    char text[4096];
+    (void)vsnprintf(text, sizeof text, format, arguments);
+    const std::lock_guard<std::mutex> hold(lock);
+    lines.push_back(std::to_string(priority) + " " + text);
+    errno = EBADF;  // the real one may leave anything here
+}
+
+}  // namespace
+
+extern "C" {
+
+void syslog(int pri, const char* fmt, ...) {
+    va_list arguments;
+    va_start(arguments, fmt);
+    catch_line(pri, fmt, arguments);
+    va_end(arguments);
+}
+
+// What syslog() becomes in a fortified build.
+__attribute__((format(printf, 3, 4))) void __syslog_chk(int priority, int /*flag*/,
+                                                        const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    catch_line(priority, format, arguments);
+    va_end(arguments);
+}
+
+void openlog(const char* ident, int option, int facility) {
+    openlog_arguments =
+        std::string(ident) + " " + std::to_string(option) + " " + std::to_string(facility);
+}
+}
+
+namespace vyn_test {
+
+LogLines take_log() {
+    const std::lock_guard<std::mutex> hold(lock);
+    return std::exchange(lines, {});
+}
+
+std::string debug_line(const std::string& text) { return "7 " + text + "\n"; }
+std::string error_line(const std::string& text) { return "3 " + text + "\n"; }
+
+std::string last_openlog() { return openlog_arguments; }
+
+}  // namespace vyn_test

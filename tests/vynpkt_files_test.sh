@@ -1,0 +1,132 @@
+#!/usr/bin/env bash
+# Runs the commands of vynpkt for packet files on whole and damaged ones. Prints a line for each
+# case and ends at the first that is not as expected.
+#
+# Usage: vynpkt_files_test.sh VYNPKT
+set -Eeuo pipefail
+. "$(dirname "${BASH_SOURCE[0]}")/support/vynpkt.sh" "$1"
+spoken=(out err)  # verify prints its findings
+
+# recovers CODE FILE RECORD...: exactly these records come out of the file.
+recovers() {
+    local code=$1 file=$2 status=0
+    shift 2
+    "$vynpkt" recover "$file" -o saved >out 2>err || status=$?
+    [ "$status" -eq "$code" ] || fail "recover $file: exit code $status, not $code"
+    [ "$code" -eq 0 ] || grep -q "left behind: offset" err || fail "recover $file: no gap told"
+    same "recover $file -> $code" saved <(cat /dev/null "$@")
+}
+
+# range FILE FROM TO
+range() { tail -c +$(($2 + 1)) "$1" | head -c $(($3 - $2)); }
+zeros() { head -c "$1" /dev/zero; }
+
+echo "-- append and show"
+for i in {1..6}; do
+    printf '{"message_id":"id-%d","message_type":%d,"body":"%s"}\n' "$i" $((i % 2 + 1)) \
+        "$(printf "body $i %.0s" {1..30})"
+done >lines
+borders=(0)
+while read -r line; do
+    n=${#borders[@]}
+    form=$([ $((n % 2)) -eq 0 ] || echo -z)
+    "$vynpkt" pack ${form:+"$form"} - -o packet <<<"$line"
+    if [ "$n" -eq 1 ]; then
+        expect 0 "" -- append file <packet
+    else
+        expect 0 "" -- append file packet
+    fi
+    borders+=("$(stat -c %s file)")
+    range file "${borders[n - 1]}" "${borders[n]}" >"r$n"
+done <lines
+same "as pack -l" file <("$vynpkt" pack -l lines)
+expect 0 "" -- show file
+same "what was packed" <(jq -c '[.message_id,.message_type,.body]' lines) \
+    <(jq -c '[.message_id,.message_type,.body]' out)
+expect 0 "" -- show --only message_type=2 --skip 1 -n 1 file
+[ "$(jq -r .message_id out)" = id-3 ] || fail "--only, --skip, -n"
+expect 0 "" -- show --offset --skip 2 -n 1 file
+[ "$(jq -c '[.offset,.length]' out)" = "[${borders[2]},$((borders[3] - borders[2] - 2))]" ] ||
+    fail "--offset"
+expect 0 "4" -- show --count --skip 2 - <file
+zeros 30000 | "$vynpkt" pack --body - <(echo '{"message_type":32773}') -o big
+cp file with_big
+expect 0 "" -- append with_big big
+expect 4 '"error"' -- show with_big
+[ "$(jq -s length out)" -eq 7 ] || fail "the record that does not become JSON"
+expect 1 "(code 11)" -- append file <(echo nonsense)
+expect 3 "(code 12)" -- append . packet
+(trap '' XFSZ; ulimit -f 1; status=0; "$vynpkt" append with_big packet 2>err || status=$?
+    [ "$status" -eq 3 ]) || fail "a full disk is not told"
+grep -qF "(code 7)" err || fail "a full disk: no code"
+
+echo "-- cuts"
+for ((cut = 0; cut <= ${borders[6]}; cut += 7)); do
+    head -c "$cut" file >cut
+    n=0
+    while [ $n -lt 6 ] && [ "${borders[n + 1]}" -le "$cut" ]; do n=$((n + 1)); done
+    if [ "${borders[n]}" -eq "$cut" ]; then
+        expect 0 "cut: $n record" -- verify cut
+        recovers 0 cut <(head -c "$cut" file)
+    else
+        expect 1 "damaged at offset ${borders[n]}:" -- verify cut
+        expect 1 "(stdin): $n record" -- verify - <cut
+        [ "$n" -eq 0 ] || recovers 4 cut <(head -c "${borders[n]}" file)
+    fi
+done
+
+echo "-- damage"
+for ((torn = 1; torn < ${borders[2]} - ${borders[1]}; torn += 5)); do
+    cat r1 <(head -c "$torn" r2) r3 r4 r5 r6 >torn
+    recovers 4 torn r1 r3 r4 r5 r6
+done
+size=$(stat -c %s r2)
+for position in 0 1 2 3 8 9 10 11 12 13; do
+    for byte in 00 01 7f ff; do
+        cat r1 r2 r3 r4 r5 r6 >flipped
+        printf '%b' "\\x$byte" | dd of=flipped bs=1 seek=$((borders[1] + position)) conv=notrunc status=none
+        "$vynpkt" verify flipped >out || recovers 4 flipped r1 r3 r4 r5 r6
+    done
+done
+cat r1 r2 <(zeros 4096) r3 r4 >block
+recovers 4 block r1 r2 r3 r4
+cat r1 <(head -c 60 r2; zeros $((size - 60 + 500))) <(tail -c 50 r3) r4 r5 r6 >block
+recovers 4 block r1 r4 r5 r6
+cat file <(zeros 8) >end8
+cat file <(zeros 9) >end9
+expect 0 "14 records, $((borders[6] + 8)) bytes, whole" -- verify end8
+expect 1 "6 records whole, damaged at offset ${borders[6]}:" -- verify end9
+recovers 0 end8 end8
+recovers 4 end9 file
+echo nonsense >none
+expect 1 "nothing could be recovered" -- recover none -o never
+[ ! -e never ] || fail "an output of nothing"
+expect 1 "damaged at offset ${borders[6]}" -- show end9
+[ "$(jq -s length out)" -eq 6 ] || fail "records in front of damage are not shown"
+expect 1 "" -- verify --json file none
+[ "$(jq -sc 'map([.whole, .records])' out)" = '[[true,6],[false,0]]' ] || fail "--json"
+
+echo "-- 20000 records, one damaged"
+for ((i = 0; i < 20000; ++i)); do
+    echo "{\"message_id\":\"id-$i\",\"message_type\":5,\"body\":\"body of $i\"}"
+done | "$vynpkt" pack -l - -o many
+expect 0 "20000 records" -- verify many
+"$vynpkt" show --offset --skip 12345 -n 1 many >out
+at=$(jq .offset out)
+printf '\xff' | dd of=many bs=1 seek=$((at + 5)) conv=notrunc status=none
+expect 1 "12345 records whole, damaged at offset $at:" -- verify many
+SECONDS=0
+"$vynpkt" recover many -o saved 2>err || [ $? -eq 4 ]
+expect 0 "19999 records" -- verify saved
+[ "$SECONDS" -le 10 ] || fail "recover took $SECONDS s"
+expect 0 "19999" -- show --count saved
+echo "-- arguments"
+expect 2 "not KEY=VALUE" -- show --only x file
+expect 2 "would lose" -- recover many -o ./many
+expect 2 "needs a name" -- append - packet
+expect 3 "No such file" -- verify nowhere file
+for command in append show verify recover; do
+    expect 0 "" -- "$command" --help
+    grep -q "^  .*vynpkt $command " out || fail "no example for $command"
+done
+echo "All as expected."

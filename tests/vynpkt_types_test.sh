@@ -1,0 +1,162 @@
+#!/usr/bin/env bash
+# Runs the commands of vynpkt that know messages by name and compares with protoc and jq. Prints a
+# line for each case and ends at the first that is not as expected.
+#
+# Usage: vynpkt_types_test.sh VYNPKT PROTODIR
+set -Eeuo pipefail
+protos=$(realpath "$2")
+. "$(dirname "${BASH_SOURCE[0]}")/support/vynpkt.sh" "$1"
+
+echo "-- list and describe"
+expect 0 "" -- list
+cp out names
+[ "$(wc -l <names)" -eq 122 ] || fail "list: $(wc -l <names) messages"
+expect 0 "" -- list --json
+same "--json" names <(jq -r '.[].name' out)
+jq -r '.[] | .file + " " + .name' out | sort >pairs
+expect 0 "" -- list --files
+same "--files" pairs <(awk '/^ / { print file " " $1; next } { file = $1 }' out | sort)
+[ "$(grep -c '^[^ ]' out)" -eq "$(find "$protos" -name '*.proto' | wc -l)" ] || fail "not all files"
+while read -r file name; do
+    "$vynpkt" describe "$name" >out || fail "describe $name"
+    [ "$(sed 's/ {.*//' out | head -n 2)" = "// $file"$'\n'"message ${name##*.}" ] ||
+        fail "describe $name: $(cat out)"
+    "$vynpkt" encode -t "$name" <<<'{}' >empty || fail "encode $name"
+    "$vynpkt" decode -t "$name" empty | "$vynpkt" encode -t "$name" |
+        protoc --decode="$name" -I "$protos" "$file" >fields || fail "decode $name"
+done <pairs
+echo "ok  describe, encode and decode each message"
+while IFS='|' read -r name text; do
+    expect 0 "" -- describe "$name"
+    same "describe $name" out <(printf '%b' "$text")
+done <<'END'
+ActionType|// cm_update_request.proto\nenum ActionType {\n  ADD = 0;\n  EDIT = 1;\n  DELETE = 2;\n  RESET = 3;\n}\n
+EventMessage.Step.ecu_name|// ota_event.proto\nstring ecu_name = 1;\n
+configuration|// onboarding.proto\nmap<string, string> configuration = 9;\n
+END
+
+echo "-- encode and decode"
+cat >telemetry.json <<'END'
+{"telemetry":[{"time":"-9223372036854775808","data":[{"id":7,"string_value":["ü/\"\n  \\",""],
+ "float_array_value":[0.1,"NaN"],"double_array_value":[1e-300,100000000000000000000],
+ "int_array_value":[9223372036854775807]}]}],"meta":{"sequence_no":"18446744073709551615",
+ "packet_status":3}}
+END
+cat >telemetry.txt <<'END'
+telemetry {
+  time: -9223372036854775808
+  data {
+    id: 7
+    string_value: "\303\274/\"\n  \\"
+    string_value: ""
+    float_array_value: 0.1
+    float_array_value: nan
+    double_array_value: 1e-300
+    double_array_value: 1e+20
+    int_array_value: 9223372036854775807
+  }
+}
+meta {
+  sequence_no {
+    value: 18446744073709551615
+  }
+  packet_status: LIVE
+}
+END
+telemetry() { protoc "--$1=Telemetry" -I "$protos" telemetry.proto; }
+expect 0 "" -- encode -t Telemetry telemetry.json -o telemetry.bin
+same "protoc finds what was encoded" telemetry.txt <(telemetry decode <telemetry.bin)
+telemetry encode <telemetry.txt >protoc.bin
+expect 0 "" -- decode --type Telemetry protoc.bin
+[ -z "$(tail -c 1 out)" ] || fail "no newline"
+cp out decoded.json
+expect 0 "" -- encode -t Telemetry decoded.json
+same "there and back" out protoc.bin
+ecu=com.vyn.protobuf.common.ota.OtaManifestEcu
+printf '{"ecu_name":"e"}' >ecu.json
+for name in "$ecu" ota.OtaManifestEcu OtaManifestEcu EventMessage.Step; do
+    expect 0 "" -- encode -t "$name" ecu.json
+    same "$name" out <(printf '\n\1e')
+done
+
+echo "-- pack and unpack"
+{
+    echo '{"version":3,"message_type":32773,"device_id":"d","property_bag":{"error_code":4},"body":'
+    cat telemetry.json
+    echo '}'
+} >envelope.json
+expect 0 "" -- pack --type Telemetry envelope.json -o packet.bin
+expect 0 "" -- unpack --body - packet.bin
+same "the body" out telemetry.bin
+expect 0 "" -- unpack --type Telemetry packet.bin --body body
+same "--body beside --type" body telemetry.bin
+[ "$(wc -l <out)" -eq 1 ] || fail "the envelope is not one line"
+same "the body's JSON" <(jq -S .body out) <(jq -S . decoded.json)
+cp out typed.json
+expect 0 "" -- unpack packet.bin
+same "the rest" <(jq -S 'del(.body)' typed.json) <(jq -S 'del(.body)' out)
+jq -c --rawfile text telemetry.json '.body = $text' typed.json >text.json
+for form in typed.json text.json; do
+    expect 0 "" -- pack --type Telemetry "$form"
+    same "$form" out packet.bin
+done
+cat typed.json text.json >lines
+expect 0 "" -- pack -l --type Telemetry lines
+"$vynpkt" pack -l --type Telemetry typed.json >record
+same "a record" <(tail -c "$(stat -c %s packet.bin)" record) packet.bin
+same "records" out <(cat record record)
+printf 'float_array_value: -0' | protoc --encode=DataItem -I "$protos" telemetry.proto >zero.bin
+"$vynpkt" pack --body zero.bin - <<<'{"version":3,"message_type":32768}' >zero.packet
+expect 0 "" -- unpack --type DataItem zero.packet
+cp out zero.json
+expect 0 "" -- pack --type DataItem zero.json
+same "the sign of zero" out zero.packet
+jq -c '.body.meta.vin = "v" * 30000' typed.json >long.json
+expect 0 "" -- pack -z --type Telemetry long.json -o long.zst
+expect 0 "" -- unpack --type Telemetry long.zst
+same "a long body" <(jq -S . long.json) <(jq -S . out)
+
+echo "-- data that is refused, or loses something: exit code, words, text, arguments"
+while IFS='|' read -r code words text arguments; do
+    # shellcheck disable=SC2086
+    expect "$code" "$words" -- $arguments < <(printf '%b' "$text")
+done <<'END'
+1|encode: (stdin): not JSON of Telemetry||encode -t Telemetry
+1|not JSON of Telemetry|[]|encode -t Telemetry
+1|not JSON of Telemetry|{} {}|encode -t Telemetry
+1|not JSON of Meta|{"vin":"\xfc"}|encode -t Meta
+1|not JSON of Meta|{"vin":5}|encode -t Meta
+4|skipped what Meta does not know|{"vim":"5"}|encode -t Meta
+1|decode: (stdin): not a valid Meta|\x0a\x05ab|decode -t Meta
+1|not a valid Meta|\x0a\x01\xfc|decode -t Meta
+4|left out fields that Meta does not know|\x7a\x00|decode -t Meta
+1|(stdin): "body": not JSON of Meta|{"message_type":32768,"body":{"vin":5}}|pack --type Meta
+4|(stdin): "body": skipped what Meta|{"message_type":32768,"body":"{\\"vim\\":5}"}|pack --type Meta
+1|; 32773 would be|{"message_type":5,"body":{}}|pack --type Meta
+1|the envelope has no "body"|{"message_type":32768}|pack --type Meta
+1|neither a string nor an object|{"message_type":32768,"body":[]}|pack --type Meta
+1|line 2: the envelope is not JSON|{"message_type":32768,"body":{}}\n{|pack -l --type Meta
+1|the body: not a valid Meta|\x38\x80\x80\x02\x62\x01a|unpack --type Meta
+1|not a valid Header|\x0a\x05ab|unpack --type Meta
+2|Metta: no such message; did you mean "Meta"?||encode -t Metta
+2|did you mean "OtaManifestEcu"?||decode -t otamanifestecu
+2|did you mean "Telemetry"?||pack --type Telemetri
+2|did you mean "EventMessage.Step"?||unpack --type EventMesage.Step
+2|StringValue: no such message; see "vynpkt list"||encode -t StringValue
+2|15 have that name: Header.system_id, ||describe system_id
+2|did you mean "Telemetry.meta"?||describe Telemetry.met
+2|does not go with --body||pack --type Meta --body x
+2|add -o FILE||unpack --type Meta --body -
+2|does not go with --json||list --files --json
+2|--type is required||encode
+2|NAME is required||describe
+3|nowhere: No such file||encode -t Meta nowhere
+END
+status=0
+script -qec "$vynpkt encode -t Telemetry telemetry.json" /dev/null </dev/null >out || status=$?
+[ "$status" -eq 2 ] || fail "encode on a terminal: exit code $status"
+for command in encode decode list describe; do
+    expect 0 "" -- "$command" --help
+    grep -q "^  .*vynpkt $command" out || fail "no example for $command"
+done
+echo "All as expected."
