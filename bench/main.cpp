@@ -1,0 +1,241 @@
+// The three conversions, each beside the plain chain of calls and beside its floor.
+//
+// Times on a shared machine change by half within seconds, and medians of variants that run one
+// after the other with them. So the three variants of a row take turns every few calls and are
+// compared within one repetition; the table gives the medians of these ratios.
+#include <benchmark/benchmark.h>
+
+#include <cmath>
+#include <cstdio>
+#include <ctime>
+#include <exception>
+#include <iostream>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "floor.h"
+#include "logger.h"
+#include "plain_chain.h"
+#include "proto_helper.h"
+#include "samples.h"
+
+namespace bench {
+namespace {
+
+namespace library {
+
+bool wire_to_json(const Sample& sample, Output& out) {
+    auto* json = reinterpret_cast<char*>(out.bytes);
+    if (cnvrt_protobuf_to_json_hdr(reinterpret_cast<const uint8_t*>(sample.received.data()), json,
+                                   static_cast<uint32_t>(sample.received.size()),
+                                   sizeof out.bytes) != VYN_OK) {
+        return false;
+    }
+    out.length = static_cast<uint32_t>(std::string_view(json).size());
+    return true;
+}
+
+bool json_to_wire(const Sample& sample, Output& out) {
+    return cnvrt_json_hdr_to_protobuf(sample.envelope.c_str(), out.bytes, sizeof out.bytes,
+                                      &out.length) == VYN_OK;
+}
+
+bool record_to_wire(const Sample& sample, Output& out) {
+    return cnvrt_hdr_to_protobuf(&sample.record, out.bytes, sizeof out.bytes, &out.length,
+                                 reinterpret_cast<const uint8_t*>(sample.body.data()),
+                                 static_cast<uint32_t>(sample.body.size())) == VYN_OK;
+}
+
+}  // namespace library
+
+struct Work {
+    const char* name;
+    std::size_t longest_json_body;
+    Conversion library;
+    Conversion plain;
+    Conversion floor;
+};
+
+constexpr Work kWorks[] = {
+    {"wire_to_json", VYN_PACKET_CAPACITY, library::wire_to_json, plain_chain::wire_to_json,
+     floor::wire_to_json},
+    {"json_to_wire", VYN_JSON_BODY_MAX_CHARS, library::json_to_wire, plain_chain::json_to_wire,
+     floor::json_to_wire},
+    {"record_to_wire", VYN_PACKET_CAPACITY, library::record_to_wire, plain_chain::record_to_wire,
+     floor::record_to_wire},
+};
+
+// The table's columns, and the counters of a row.
+constexpr char kLibraryTime[] = "library us";
+constexpr char kTimesFaster[] = "plain/library";
+constexpr char kAboveFloor[] = "library/floor";
+
+// One line of the table.
+struct Row {
+    const Work& work;
+    const Sample& sample;
+
+    [[nodiscard]] std::string name() const { return std::string(work.name) + "/" + sample.name; }
+};
+
+std::vector<Row> make_rows(const std::vector<Sample>& samples) {
+    std::vector<Row> rows;
+    for (const Work& work : kWorks) {
+        for (const Sample& sample : samples) {
+            if (sample.json_body.size() <= work.longest_json_body) {
+                rows.push_back({work, sample});
+            }
+        }
+    }
+    return rows;
+}
+
+// Comparing the times of two things says nothing unless both do the same: library and chain must
+// write the same bytes, and the floor's body must be among them.
+bool writes_the_same(const Row& row) {
+    Output library{};
+    Output plain{};
+    Output floor{};
+    const auto bytes = [](const Output& out) {
+        return std::string_view(reinterpret_cast<const char*>(out.bytes), out.length);
+    };
+    const char* fault = nullptr;
+    if (!row.work.library(row.sample, library) || !row.work.plain(row.sample, plain) ||
+        !row.work.floor(row.sample, floor)) {
+        fault = "a conversion failed";
+    } else if (bytes(library) != bytes(plain)) {
+        fault = "library and plain chain write different bytes";
+    } else if (floor.length < row.sample.body.size() ||
+               bytes(library).find(bytes(floor)) == std::string_view::npos) {
+        fault = "what the floor writes is not the body that the library writes";
+    }
+    if (fault != nullptr) {
+        std::fprintf(stderr, "%s: %s\n", row.name().c_str(), fault);
+    }
+    return fault == nullptr;
+}
+
+double cpu_seconds() {
+    timespec now{};
+    (void)clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
+}
+
+// The CPU time of one call in seconds; not a number when it failed.
+double time_call(Conversion convert, const Sample& sample) {
+    // So many that reading the clock does not count, so few that the variants take turns often.
+    constexpr int kCalls = 32;
+    static Output out;
+    bool done = true;
+    const double start = cpu_seconds();
+    for (int call = 0; call < kCalls; ++call) {
+        done = convert(sample, out) && done;
+        benchmark::ClobberMemory();
+    }
+    const double seconds = (cpu_seconds() - start) / kCalls;
+    return done ? seconds : std::nan("");
+}
+
+void measure(benchmark::State& state, const Row& row) {
+    double library = 0;
+    double plain = 0;
+    double floor = 0;
+    for (auto _ : state) {
+        library += time_call(row.work.library, row.sample);
+        plain += time_call(row.work.plain, row.sample);
+        floor += time_call(row.work.floor, row.sample);
+    }
+    state.counters[kLibraryTime] = 1e6 * library / static_cast<double>(state.iterations());
+    state.counters[kTimesFaster] = plain / library;
+    state.counters[kAboveFloor] = library / floor;
+}
+
+// Keeps the median of each row's counters.
+class Medians : public benchmark::BenchmarkReporter {
+public:
+    bool ReportContext(const Context& context) override {
+        PrintBasicContext(&std::cerr, context);
+        return true;
+    }
+
+    // Repetitions are reported first and aggregates after them; a single one has none.
+    void ReportRuns(const std::vector<Run>& runs) override {
+        for (const Run& run : runs) {
+            if (run.run_type == Run::RT_Iteration || run.aggregate_name == "median") {
+                counters_[run.run_name.function_name] = run.counters;
+            }
+        }
+    }
+
+    // Nothing was measured when the arguments asked for something else, such as the list of names.
+    void print_table(const std::vector<Row>& rows) const {
+        if (counters_.empty()) {
+            return;
+        }
+        std::printf(
+            "\nMedians of CPU time: plain/library is how many times faster the library is "
+            "than the plain\nchain, library/floor how many times slower than the floor.\n");
+        std::printf("%-15s %-12s %11s %14s %14s\n", "work", "body", kLibraryTime, kTimesFaster,
+                    kAboveFloor);
+        for (const Row& row : rows) {
+            const auto found = counters_.find(row.name());
+            if (found != counters_.end()) {
+                const benchmark::UserCounters& counters = found->second;
+                std::printf("%-15s %-12s %11.2f %14.2f %14.2f\n", row.work.name,
+                            row.sample.name.c_str(), counters.at(kLibraryTime).value,
+                            counters.at(kTimesFaster).value, counters.at(kAboveFloor).value);
+            }
+        }
+    }
+
+private:
+    std::map<std::string, benchmark::UserCounters> counters_;
+};
+
+int run(int argc, char** argv) {
+    // Ours first: the last of two equal flags holds.
+    char interleaving[] = "--benchmark_enable_random_interleaving=true";
+    char repetitions[] = "--benchmark_repetitions=9";
+    char min_time[] = "--benchmark_min_time=0.2";
+    std::vector<char*> arguments = {argv[0], interleaving, repetitions, min_time};
+    arguments.insert(arguments.end(), argv + 1, argv + argc);
+    int count = static_cast<int>(arguments.size());
+    benchmark::Initialize(&count, arguments.data());
+    if (benchmark::ReportUnrecognizedArguments(count, arguments.data())) {
+        return 1;
+    }
+
+    update_log_level(LOG_LEVEL_NONE);
+    const std::vector<Sample> samples = make_samples();
+    const std::vector<Row> rows = make_rows(samples);
+    bool comparable = true;
+    for (const Row& row : rows) {
+        comparable = writes_the_same(row) && comparable;
+    }
+    if (!comparable) {
+        return 1;
+    }
+    for (const Row& row : rows) {
+        benchmark::RegisterBenchmark(row.name().c_str(), measure, row);
+    }
+    Medians medians;
+    if (benchmark::RunSpecifiedBenchmarks(&medians) == 0) {
+        return 1;
+    }
+    medians.print_table(rows);
+    return 0;
+}
+
+}  // namespace
+}  // namespace bench
+
+int main(int argc, char** argv) {
+    try {
+        return bench::run(argc, argv);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s\n", error.what());
+        return 1;
+    }
+}
