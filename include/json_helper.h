@@ -282,6 +282,68 @@ int replace_array_index_json(char* json, int index, const char* element, uint32_
  */
 int get_json_file(const char* path, char* dest, uint32_t size);
 
+/* Writing files. docs/durability.md compares the three writers. All of them make a file that is
+ * not there, replace what it held, keep nothing after the call, and may run on any thread; two
+ * threads or processes must not write one path at the same time. A process that exceeds
+ * RLIMIT_FSIZE is sent SIGXFSZ by the system, which ends it unless that is ignored. */
+
+/**
+ * Write JSON text to a file, as json-c renders it. Nothing is synced: after a power cut the file
+ * can be empty, cut or gone, whatever was returned.
+ *
+ * @param[in] path The file. A new one gets mode 0644 less the umask.
+ * @param[in] json JSON text other than `null`.
+ *
+ * @retval 1 Written.
+ * @retval 0 A pointer is null or @p json is not JSON: the file is untouched. Or it could not be
+ *           opened or written, with errno as json-c left it: then it may be empty or cut.
+ */
+int write_to_file(const char* path, const char* json);
+
+/**
+ * Write bytes to a file in place and wait until they are on storage. A power cut or a failure
+ * during the call leaves the file empty or cut: where its old contents are still needed, use
+ * write_to_file_using_mmap_atomic().
+ *
+ * @param[in] path   The file. A new one gets mode 0666 less the umask.
+ * @param[in] data   The bytes.
+ * @param[in] length How many; with 0 the file becomes empty.
+ *
+ * @retval 1 On storage. (Closing the file may still have failed, which is logged.)
+ * @retval 0 Not written; errno tells why: EINVAL for a null pointer, EIO when writing failed,
+ *           whatever the cause, and the system's own error when opening, flushing or syncing did.
+ *           But for a null pointer the failure is logged at LOG_LEVEL_DEBUG. After a failed sync
+ *           nothing is known of the contents; write all of them again.
+ */
+int write_to_file_using_fop(const char* path, const void* data, uint32_t length);
+
+/**
+ * Replace a file by new contents in one step, so that readers and power cuts find the old contents
+ * or the new ones and never a mixture.
+ *
+ * The bytes go to a temporary file, @p path with ".tmp" appended, are synced, and the temporary
+ * file is renamed to @p path. One that a killed process left behind is reused. The directory must
+ * be writable for trusted processes only: whoever can write there can plant a file at the
+ * temporary name. A symbolic link there is not followed.
+ *
+ * On success the contents are on storage, the rename perhaps not: a power cut may bring the old
+ * contents back until fsync_parent_dir() was called with the same path.
+ *
+ * Two writers of one path at the same time share the temporary file: when one truncates what the
+ * other has mapped, SIGBUS ends the process. Serialize them.
+ *
+ * @param[in] path   The file; at most 4091 characters. The new file has mode 0644 less the umask,
+ *                   whatever the old one had. A symbolic link at this path is replaced itself.
+ * @param[in] data   The bytes.
+ * @param[in] length How many, at least 1.
+ *
+ * @retval 1 Replaced.
+ * @retval 0 Not replaced: the file is as it was and the temporary file is gone. errno tells why:
+ *           EINVAL for a null pointer or no bytes, ENAMETOOLONG for a path that is too long,
+ *           ENOSPC for a full disk, otherwise the error of the call that failed. Nothing is logged.
+ */
+int write_to_file_using_mmap_atomic(const char* path, const void* data, uint32_t length);
+
 #pragma GCC visibility pop
 #ifdef __cplusplus
 }

@@ -184,6 +184,40 @@ uint32_t get_current_message_id(void);
  */
 void get_new_message_uuid(char* uuid, uint32_t uuid_size);
 
+/* ---- Memory and files ------------------------------------------------------------------------ */
+
+/**
+ * Copy between two buffers, never more than either holds. Nothing is terminated.
+ *
+ * @param[out] dest      Receives the bytes.
+ * @param[in]  dest_size Size of @p dest in bytes.
+ * @param[in]  src       The bytes; must not overlap @p dest.
+ * @param[in]  src_size  Size of @p src in bytes.
+ *
+ * Nothing is checked: both pointers must be valid for the count, unless that is 0.
+ *
+ * @return How many bytes were copied, the smaller of the two sizes.
+ */
+uint32_t memscpy(void* dest, uint32_t dest_size, const void* src, uint32_t src_size);
+
+/**
+ * Sync the directory that holds a file, so that a file created there, or one replaced by
+ * write_to_file_using_mmap_atomic(), is found by its name after a power cut.
+ *
+ * @param[in] path Path of the file, not of the directory; at most 255 characters. For a name
+ *                 without '/' the working directory is synced. Do not let the part before the last
+ *                 '/' name a FIFO: opening it would wait for a writer.
+ *
+ * @retval 0  The directory is on storage.
+ * @retval -1 It is not, and errno tells why: EINVAL for a null pointer, ENAMETOOLONG for a longer
+ *            path, otherwise the error of open() or fsync(). Do not call again to find out
+ *            whether a failed sync has mended itself: it would report success.
+ *
+ * Its start and its outcome are logged at LOG_LEVEL_DEBUG, a directory that cannot be opened only
+ * by its start. May be called on any thread.
+ */
+int fsync_parent_dir(const char* path);
+
 #pragma GCC visibility pop
 #ifdef __cplusplus
 }

@@ -2,7 +2,9 @@
 
 #include <uuid/uuid.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cstddef>
 #include <cstring>
 #include <utility>
@@ -11,6 +13,7 @@
 #include "envelope/message_type.h"
 #include "logger.h"
 #include "utils/bounded.h"
+#include "utils/durable_file.h"
 #include "utils/json_tree.h"
 
 using vyn::JsonPtr;
@@ -124,4 +127,20 @@ void get_new_message_uuid(char* uuid, uint32_t uuid_size) {
     uuid_t fresh;
     uuid_generate(fresh);
     uuid_unparse(fresh, uuid);
+}
+
+uint32_t memscpy(void* dest, uint32_t dest_size, const void* src, uint32_t src_size) {
+    const uint32_t count = std::min(dest_size, src_size);
+    if (count > 0) {
+        std::memcpy(dest, src, count);
+    }
+    return count;
+}
+
+int fsync_parent_dir(const char* path) {
+    if (path == nullptr) {
+        errno = EINVAL;
+        return -1;
+    }
+    return vyn::sync_parent_dir(path) ? 0 : -1;
 }

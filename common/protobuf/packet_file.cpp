@@ -9,11 +9,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <new>
 #include <string>
 #include <utility>
 
 #include "logger.h"
 #include "protobuf/wire_convert.h"
+#include "utils/guard.h"
+#include "utils/interrupted.h"
 #include "utils/limits.h"
 #include "utils/owned.h"
 
@@ -31,9 +34,6 @@ using google::protobuf::io::CodedOutputStream;
 
 static_assert(sizeof(off_t) == 8, "packet files of 2 GiB and more, on 32 bits too");
 
-// How often a call may be interrupted before that counts as its failure.
-constexpr int kMaxInterrupts = 10;
-
 constexpr std::size_t kBlockCapacity = std::size_t{64} * 1024;
 
 // A length takes at most this many bytes.
@@ -42,16 +42,6 @@ constexpr std::size_t kMaxVarint32 = 5;
 // Packets without any field are legal and take one byte of zero each, but a power cut leaves blocks
 // of zeros. More than these at the end of a file are no packets.
 constexpr uint64_t kMaxEmptyAtEnd = 8;
-
-// Calls until the result is not an interruption. 0, or the errno.
-template <typename Call>
-[[nodiscard]] int uninterrupted(Call call) {
-    int error = EINTR;
-    for (int tries = 0; error == EINTR && tries < kMaxInterrupts; ++tries) {
-        error = call() ? 0 : errno;
-    }
-    return error;
-}
 
 [[nodiscard]] bool is_regular(const UniqueFd& file, struct stat& status) {
     return file.valid() && ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode);
@@ -114,12 +104,16 @@ template <typename Call>
 
 // ---- Reading ------------------------------------------------------------------------------------
 
-// Moves what is not taken yet to the front of a buffer that holds this many bytes.
-void RecordReader::make_room(std::size_t count) {
+// Moves what is not taken yet to the front of a buffer that holds this many bytes. False when there
+// is no memory for one.
+bool RecordReader::make_room(std::size_t count) {
     const std::size_t kept = end_ - begin_;
     if (capacity_ < count) {
         const std::size_t capacity = std::max(count, kBlockCapacity);
-        std::unique_ptr<uint8_t[]> larger(new uint8_t[capacity]);
+        std::unique_ptr<uint8_t[]> larger(new (std::nothrow) uint8_t[capacity]);
+        if (larger == nullptr) {
+            return false;
+        }
         std::copy_n(buffer_.get() + begin_, kept, larger.get());
         buffer_ = std::move(larger);
         capacity_ = capacity;
@@ -128,15 +122,18 @@ void RecordReader::make_room(std::size_t count) {
     }
     begin_ = 0;
     end_ = kept;
+    return true;
 }
 
-// Gets at least this many bytes of what is left into the buffer. False when reading failed, or the
-// file was cut meanwhile.
+// Gets at least this many bytes of what is left into the buffer. False when reading failed, the
+// file was cut meanwhile, or memory ran out.
 bool RecordReader::have(std::size_t count) {
     if (end_ - begin_ >= count) {
         return true;
     }
-    make_room(count);
+    if (!make_room(count)) {
+        return false;
+    }
     while (end_ < count) {
         const auto room = static_cast<std::size_t>(std::min<uint64_t>(capacity_ - end_, unread_));
         ssize_t got = 0;
@@ -248,8 +245,10 @@ vyn_result read_packets(uint8_t** bufs, uint32_t& record_count, uint32_t* lens, 
         if (outcome == RecordReader::Outcome::kFailed) {
             return VYN_NOT_SERIALIZED;
         }
+        // A record that memory does not suffice for counts as damaged too: in a torn file it can
+        // claim gigabytes, and those in front of it shall not be lost.
         if (outcome == RecordReader::Outcome::kRecord &&
-            !parse_packet(reader.data(), reader.length(), header)) {
+            !guarded(false, [&] { return parse_packet(reader.data(), reader.length(), header); })) {
             outcome = RecordReader::Outcome::kDamaged;
         }
         if (outcome == RecordReader::Outcome::kDamaged) {

@@ -12,6 +12,7 @@
 
 #include "logger.h"
 #include "utils/bounded.h"
+#include "utils/durable_file.h"
 #include "utils/guard.h"
 #include "utils/json_compat.h"
 #include "utils/json_tree.h"
@@ -373,4 +374,28 @@ int get_json_file(const char* path, char* dest, uint32_t size) {
         const JsonPtr root = vyn::parse_json(contents.c_str());
         return copy_rewritten(text_of(root), dest, size, note_longer);
     });
+}
+
+int write_to_file(const char* path, const char* json) {
+    if (path == nullptr || json == nullptr) {
+        return 0;
+    }
+    const JsonPtr root = vyn::parse_json(json);
+    return root != nullptr && json_object_to_file(path, root.get()) != -1;
+}
+
+int write_to_file_using_fop(const char* path, const void* data, uint32_t length) {
+    if (path == nullptr || data == nullptr) {
+        errno = EINVAL;
+        return 0;
+    }
+    return vyn::write_synced(path, data, length);
+}
+
+int write_to_file_using_mmap_atomic(const char* path, const void* data, uint32_t length) {
+    if (path == nullptr || data == nullptr) {
+        errno = EINVAL;
+        return 0;
+    }
+    return vyn::replace_file(path, data, length);
 }

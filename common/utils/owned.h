@@ -3,6 +3,7 @@
 #define VYN_COMMON_UTILS_OWNED_H
 
 #include <json-c/json.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -21,6 +22,21 @@ struct TokenerRelease {
 };
 using TokenerPtr = std::unique_ptr<json_tokener, TokenerRelease>;
 
+// Holds off the cancellation of the thread, which must not strike in a destructor: closing is a
+// point where it does.
+class NoCancellation {
+public:
+    NoCancellation() { (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
+    ~NoCancellation() { (void)pthread_setcancelstate(before_, nullptr); }
+    NoCancellation(const NoCancellation&) = delete;
+    NoCancellation& operator=(const NoCancellation&) = delete;
+    NoCancellation(NoCancellation&&) = delete;
+    NoCancellation& operator=(NoCancellation&&) = delete;
+
+private:
+    int before_ = PTHREAD_CANCEL_ENABLE;
+};
+
 // A file descriptor, or -1.
 class UniqueFd {
 public:
@@ -36,6 +52,7 @@ public:
 
     // 0, or the errno of the close. The descriptor is gone either way.
     int close() {
+        const NoCancellation often_in_a_destructor;
         const int fd = fd_;
         fd_ = -1;
         return fd < 0 || ::close(fd) == 0 ? 0 : errno;
