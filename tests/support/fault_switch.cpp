@@ -1,0 +1,159 @@
+#include "support/fault_switch.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+namespace {
+
+thread_local const vyn_test::Fault* armed = nullptr;
+thread_local int seen = 0;
+thread_local std::string calls;
+
+template <typename Function>
+Function* real(const char* name) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+// Whether this call is one of those that fail.
+bool strikes(const char* call, bool leaks = false) {
+    const vyn_test::Fault* fault = armed;
+    if (fault == nullptr) {
+        return false;
+    }
+    calls += std::string(" ") + call + (leaks ? "-leaking" : "");
+    if (fault->call != call) {
+        return false;
+    }
+    ++seen;
+    return seen >= fault->first && seen - fault->first < fault->times;
+}
+
+// As strikes(), with the errno of the fault.
+bool fails(const char* call, bool leaks = false) {
+    const bool struck = strikes(call, leaks);
+    if (struck) {
+        errno = armed->error;
+    }
+    return struck;
+}
+
+int closing_error(const char* call) {
+    if (strikes(call)) {
+        return armed->error;
+    }
+    return armed != nullptr ? armed->closing : 0;
+}
+
+}  // namespace
+
+// The C library calls its arguments __fd and the like.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
+extern "C" {
+
+int open64(const char* path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    return fails("open", (flags & O_CLOEXEC) == 0)
+               ? -1
+               : real<int(const char*, int, ...)>("open64")(path, flags, mode);
+}
+FILE* fopen64(const char* path, const char* mode) {
+    return fails("fopen", std::strchr(mode, 'e') == nullptr)
+               ? nullptr
+               : real<decltype(fopen64)>("fopen64")(path, mode);
+}
+std::size_t fwrite(const void* data, std::size_t size, std::size_t count, FILE* stream) {
+    if (strikes("fwrite")) {
+        count = armed->is_short ? count / 2 : 0;
+    }
+    return count == 0 ? 0 : real<decltype(fwrite)>("fwrite")(data, size, count, stream);
+}
+int fflush(FILE* stream) {
+    return fails("fflush") ? EOF : real<decltype(fflush)>("fflush")(stream);
+}
+// What cannot be closed is closed all the same.
+int fclose(FILE* stream) {
+    const int error = closing_error("fclose");
+    const int result = real<decltype(fclose)>("fclose")(stream);
+    errno = error != 0 ? error : errno;
+    return error != 0 ? EOF : result;
+}
+int close(int fd) {
+    const int error = closing_error("close");
+    const int result = real<decltype(close)>("close")(fd);
+    errno = error != 0 ? error : errno;
+    return error != 0 ? -1 : result;
+}
+int ftruncate64(int fd, off64_t size) {
+    return fails("ftruncate") ? -1 : real<decltype(ftruncate64)>("ftruncate64")(fd, size);
+}
+int posix_fallocate64(int fd, off64_t offset, off64_t size) {
+    return strikes("posix_fallocate")
+               ? armed->error
+               : real<decltype(posix_fallocate64)>("posix_fallocate64")(fd, offset, size);
+}
+int fallocate64(int fd, int mode, off64_t offset, off64_t size) {
+    return fails("fallocate") ? -1
+                              : real<decltype(fallocate64)>("fallocate64")(fd, mode, offset, size);
+}
+void* mmap64(void* at, std::size_t size, int protection, int flags, int fd, off64_t offset) {
+    return fails("mmap")
+               ? MAP_FAILED
+               : real<decltype(mmap64)>("mmap64")(at, size, protection, flags, fd, offset);
+}
+int msync(void* data, std::size_t size, int flags) {
+    return fails((flags & MS_SYNC) != 0 ? "msync" : "msync-async")
+               ? -1
+               : real<decltype(msync)>("msync")(data, size, flags);
+}
+int munmap(void* data, std::size_t size) {
+    return fails("munmap") ? -1 : real<decltype(munmap)>("munmap")(data, size);
+}
+int fsync(int fd) { return fails("fsync") ? -1 : real<decltype(fsync)>("fsync")(fd); }
+int rename(const char* from, const char* to) {
+    return fails("rename") ? -1 : real<decltype(rename)>("rename")(from, to);
+}
+int unlink(const char* path) {
+    return fails("unlink") ? -1 : real<decltype(unlink)>("unlink")(path);
+}
+int fstat64(int fd, struct stat64* status) {
+    return fails("fstat") ? -1 : real<int(int, struct stat64*)>("fstat64")(fd, status);
+}
+ssize_t read(int fd, void* data, std::size_t size) {
+    return fails("read") ? -1 : real<decltype(read)>("read")(fd, data, size);
+}
+ssize_t write(int fd, const void* data, std::size_t size) {
+    const bool struck = strikes("write");
+    if (struck && !armed->is_short) {
+        errno = armed->error;
+        return -1;
+    }
+    return real<decltype(write)>("write")(fd, data, struck ? size / 2 : size);
+}
+}
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
+
+namespace vyn_test {
+
+std::string calls_of(const Fault& fault, const std::function<void()>& body) {
+    seen = 0;
+    calls.clear();
+    armed = &fault;
+    body();
+    armed = nullptr;
+    return std::exchange(calls, {});
+}
+
+}  // namespace vyn_test
