@@ -15,6 +15,7 @@ recovers() {
     [ "$status" -eq "$code" ] || fail "recover $file: exit code $status, not $code"
     [ "$code" -eq 0 ] || grep -q "left behind: offset" err || fail "recover $file: no gap told"
     same "recover $file -> $code" saved <(cat /dev/null "$@")
+    "$vynpkt" verify saved >out || fail "recover $file: the output is damaged"
 }
 
 # range FILE FROM TO
@@ -89,7 +90,11 @@ for position in 0 1 2 3 8 9 10 11 12 13; do
     done
 done
 cat r1 r2 <(zeros 4096) r3 r4 >block
-recovers 4 block r1 r2 r3 r4
+recovers 0 block block
+cat r1 r2 <(zeros 9; head -c 60 r3) >block
+recovers 4 block r1 r2
+cat r1 <(head -c 60 r2) r3 r4 r5 <(zeros 9) r6 r1 r2 >block
+recovers 4 block r1 r3 r4 r5 r6 r1 r2
 cat r1 <(head -c 60 r2; zeros $((size - 60 + 500))) <(tail -c 50 r3) r4 r5 r6 >block
 recovers 4 block r1 r4 r5 r6
 cat file <(zeros 8) >end8
@@ -97,6 +102,7 @@ cat file <(zeros 9) >end9
 expect 0 "14 records, $((borders[6] + 8)) bytes, whole" -- verify end8
 expect 1 "6 records whole, damaged at offset ${borders[6]}:" -- verify end9
 recovers 0 end8 end8
+truncate -s 300M end9
 recovers 4 end9 file
 echo nonsense >none
 expect 1 "nothing could be recovered" -- recover none -o never
@@ -115,7 +121,14 @@ expect 0 "20000 records" -- verify many
 at=$(jq .offset out)
 printf '\xff' | dd of=many bs=1 seek=$((at + 5)) conv=notrunc status=none
 expect 1 "12345 records whole, damaged at offset $at:" -- verify many
+for ((n = 600000; n > 17000; n -= 15)); do  # each in the one before, all damaged at their end
+    printf -v record '\\x%x' 2 56 5 2 56 5 $((n + 6 & 127 | 128)) $((n + 6 >> 7 & 127 | 128)) \
+        $((n + 6 >> 14)) 56 5 98 $((n & 127 | 128)) $((n >> 7 & 127 | 128)) $((n >> 14))
+    printf '%b' "$record"
+done >nested
+{ zeros $((n + 9)); printf '\6\70\5\142\2A\377'; } >>nested
 SECONDS=0
+"$vynpkt" recover nested -o saved 2>err || [ $? -eq 4 ]
 "$vynpkt" recover many -o saved 2>err || [ $? -eq 4 ]
 expect 0 "19999 records" -- verify saved
 [ "$SECONDS" -le 10 ] || fail "recover took $SECONDS s"
@@ -124,6 +137,8 @@ echo "-- arguments"
 expect 2 "not KEY=VALUE" -- show --only x file
 expect 2 "would lose" -- recover many -o ./many
 expect 2 "needs a name" -- append - packet
+expect 2 "name a file" -- recover -
+for path in . /dev/zero /dev/stdin; do : | expect 3 "not a regular file" -- recover "$path"; done
 expect 3 "No such file" -- verify nowhere file
 for command in append show verify recover; do
     expect 0 "" -- "$command" --help

@@ -4,6 +4,7 @@
 #define VYN_TOOLS_IO_H
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -55,6 +56,30 @@ private:
 
 // All of an input, refused when longer than kMaxInMemory.
 [[nodiscard]] std::string read_whole(const std::string& path);
+
+// A regular file of any size, of which no more is in memory than was asked for last and a block.
+class FileWindow {
+public:
+    explicit FileWindow(const std::string& path);
+
+    // What it was at the beginning, or less once the file turns out to have been cut.
+    [[nodiscard]] uint64_t size() const { return size_; }
+    // The bytes at this offset; fewer at the end of the file. Good until the next call.
+    [[nodiscard]] std::string_view bytes_at(uint64_t offset, std::size_t length);
+    // All in all.
+    [[nodiscard]] uint64_t bytes_read() const { return bytes_read_; }
+
+private:
+    void load(uint64_t offset, std::size_t length);
+
+    std::string name_;
+    UniqueFd file_;
+    uint64_t size_ = 0;
+    std::vector<char> buffer_;
+    uint64_t begin_ = 0;
+    std::size_t held_ = 0;
+    uint64_t bytes_read_ = 0;
+};
 
 // The lines of an input as they arrive, so that it also serves a pipe that stays open.
 class LineReader {
