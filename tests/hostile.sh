@@ -1,0 +1,18 @@
+#!/usr/bin/env bash
+# Runs a command under a condition that a service's process may have been given.
+#
+# Usage: hostile.sh comma|umask|stack LOCALES COMMAND...
+set -euo pipefail
+condition=$1 locales=$2
+shift 2
+case $condition in
+    comma)
+        [ -d "$locales/de_DE.UTF-8" ] || exit 77
+        set -- env VYN_TEST_LOCALES="$locales" LOCPATH="$locales" LC_ALL=de_DE.UTF-8 \
+            VYN_TEST_LOCALE=de_DE.UTF-8 \
+            GTEST_FILTER=-Logger.OnlyAMessageThatLeavesRoomEndsInANewline "$@" # wants a C locale
+        ;;
+    umask) umask 077 ;;
+    stack) ulimit -s 128 ;;
+esac
+exec "$@"
