@@ -284,7 +284,8 @@ int get_json_file(const char* path, char* dest, uint32_t size);
 
 /* Writing files. docs/durability.md compares the three writers. All of them make a file that is
  * not there, replace what it held, keep nothing after the call, and may run on any thread; two
- * threads or processes must not write one path at the same time. A process that exceeds
+ * threads or processes must not write one path at the same time. A thread that is cancelled in one
+ * of them leaks nothing but may leave the file half-written, or the temporary file. A process that exceeds
  * RLIMIT_FSIZE is sent SIGXFSZ by the system, which ends it unless that is ignored. */
 
 /**
@@ -309,10 +310,12 @@ int write_to_file(const char* path, const char* json);
  * @param[in] data   The bytes.
  * @param[in] length How many; with 0 the file becomes empty.
  *
- * @retval 1 On storage. (Closing the file may still have failed, which is logged.)
+ * @retval 1 The bytes are on storage. A file that was created is found after a power cut only once
+ *           fsync_parent_dir() was called with its path. (Closing the file may still have failed,
+ *           which is logged.)
  * @retval 0 Not written; errno tells why: EINVAL for a null pointer, EIO when writing failed,
  *           whatever the cause, and the system's own error when opening, flushing or syncing did.
- *           But for a null pointer the failure is logged at LOG_LEVEL_DEBUG. After a failed sync
+ *           Every failure but a null pointer is logged at LOG_LEVEL_DEBUG. After a failed sync
  *           nothing is known of the contents; write all of them again.
  */
 int write_to_file_using_fop(const char* path, const void* data, uint32_t length);
@@ -327,18 +330,21 @@ int write_to_file_using_fop(const char* path, const void* data, uint32_t length)
  * temporary name. A symbolic link there is not followed.
  *
  * On success the contents are on storage, the rename perhaps not: a power cut may bring the old
- * contents back until fsync_parent_dir() was called with the same path.
+ * contents back until fsync_parent_dir() was called with the same path (it takes 255 characters).
  *
  * Two writers of one path at the same time share the temporary file: when one truncates what the
- * other has mapped, SIGBUS ends the process. Serialize them.
+ * other has mapped, SIGBUS ends the process, or a mixture of both replaces the file and both report
+ * success. Serialize them.
  *
  * @param[in] path   The file; at most 4091 characters. The new file has mode 0644 less the umask,
- *                   whatever the old one had. A symbolic link at this path is replaced itself.
+ *                   whatever the old one had; a temporary file that was left behind keeps its own
+ *                   mode and owner. A symbolic link at this path is replaced itself.
  * @param[in] data   The bytes.
  * @param[in] length How many, at least 1.
  *
  * @retval 1 Replaced.
- * @retval 0 Not replaced: the file is as it was and the temporary file is gone. errno tells why:
+ * @retval 0 Not replaced: the file is as it was and the temporary file is gone (a folder of that name
+ *           stays). errno tells why:
  *           EINVAL for a null pointer or no bytes, ENAMETOOLONG for a path that is too long,
  *           ENOSPC for a full disk, otherwise the error of the call that failed. Nothing is logged.
  */

@@ -88,7 +88,8 @@ uint32_t combine_msg_type_encoding_type(uint32_t msg_type, uint32_t encoding_typ
  * "message_type" is the word that combine_msg_type_encoding_type() makes. Numbers of 32 bits are
  * written signed, so 2147483648 and more come out negative, and get_msg_hdr() turns them back.
  * "property_bag" is the parsed value of the record's text; a text that is not JSON is left out
- * without a word. `packet_status` does not travel.
+ * without a word, and so is a ttl or a bag that there is no memory for. `packet_status` does not
+ * travel.
  *
  * @param[in,out] hdr       The record. Changed only by @p new_id.
  * @param[in]  new_id       Non-zero: put a fresh UUID into `message_id` first.
@@ -210,8 +211,8 @@ uint32_t memscpy(void* dest, uint32_t dest_size, const void* src, uint32_t src_s
  *
  * @retval 0  The directory is on storage.
  * @retval -1 It is not, and errno tells why: EINVAL for a null pointer, ENAMETOOLONG for a longer
- *            path, otherwise the error of open() or fsync(). Do not call again to find out
- *            whether a failed sync has mended itself: it would report success.
+ *            path, otherwise the error of open() or fsync(). Do not repeat
+ *            a failed sync: the second one would report success.
  *
  * Its start and its outcome are logged at LOG_LEVEL_DEBUG, a directory that cannot be opened only
  * by its start. May be called on any thread.

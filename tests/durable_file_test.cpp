@@ -210,6 +210,12 @@ TEST_F(Files, StreamWriter) {
     EXPECT_EQ(calls_of(halves, [&] { EXPECT_EQ(write_stream(kNew, path_), 1); }),
               " fopen fwrite fwrite fwrite fwrite fflush fsync fclose");
     EXPECT_EQ(get(), kNew);
+    // A part was written and then an error: room that comes back must not hide the gap.
+    const Fault gap{"fwrite", ENOSPC, 1, 1, true};
+    EXPECT_EQ(calls_of(gap, [&] { EXPECT_EQ(write_stream(kNew, path_), 0); }),
+              " fopen fwrite fclose");
+    EXPECT_EQ(take_log(), LogLines{debug_line("fwrite error")});
+    EXPECT_EQ(write_stream(kNew, path_), 1);
     EXPECT_EQ(write_to_file_using_fop(nullptr, "a", 1), 0);
     EXPECT_EQ(errno, EINVAL);
     errno = 0;

@@ -32,7 +32,7 @@ constexpr char kDirSynced[] = "fsync_parent_dir: success for dir %s";
 constexpr char kDirNotSynced[] = "fsync_parent_dir: failed for dir %s";
 }  // namespace text
 
-static_assert(sizeof(off_t) == 8, "the calls that reserve space as well, on 32 bits too");
+static_assert(sizeof(off_t) == 8, "offsets of 64 bits, on 32-bit systems too");
 
 constexpr std::size_t kTemporaryNameSize = 4096;
 constexpr std::size_t kDirNameSize = 256;
@@ -59,16 +59,24 @@ struct StreamClose {
 using StreamPtr = std::unique_ptr<std::FILE, StreamClose>;
 
 void close(StreamPtr& stream) {
-    if (std::fclose(stream.release()) != 0) {
+    bool closed = false;
+    {
+        const NoCancellation which_would_leak_it;
+        closed = std::fclose(stream.release()) == 0;
+    }
+    if (!closed) {
         LOG(LOG_LEVEL_DEBUG, text::kNotClosed);
     }
 }
 
+// A stream that had an error is given up at once, although a part was written: what follows would
+// stand behind a gap.
 [[nodiscard]] bool write_all(std::FILE* stream, const char* data, std::size_t length) {
     while (length > 0) {
         const std::size_t written = std::fwrite(data, 1, length, stream);
-        if (written == 0) {
-            LOG(LOG_LEVEL_DEBUG, std::ferror(stream) != 0 ? text::kNotWritten : text::kShort);
+        const bool failed = std::ferror(stream) != 0;
+        if (written == 0 || failed) {
+            LOG(LOG_LEVEL_DEBUG, failed ? text::kNotWritten : text::kShort);
             errno = EIO;
             return false;
         }

@@ -77,6 +77,8 @@ FILE* fopen64(const char* path, const char* mode) {
 std::size_t fwrite(const void* data, std::size_t size, std::size_t count, FILE* stream) {
     if (strikes("fwrite")) {
         count = armed->is_short ? count / 2 : 0;
+        constexpr int kErrorSeen = 0x20;  // what ferror() looks at
+        stream->_flags |= armed->is_short && armed->error != 0 ? kErrorSeen : 0;
     }
     return count == 0 ? 0 : real<decltype(fwrite)>("fwrite")(data, size, count, stream);
 }

@@ -11,10 +11,11 @@ namespace vyn_test {
 struct Fault {
     std::string call;  // "fsync", ...; those of large files without their 64
     int error = 0;
-    int first = 1;          // the first of the calls that fails, counted from 1
-    int times = 1;          // how many fail
-    bool is_short = false;  // write and fwrite: half of the bytes instead, and no error
-    int closing = 0;        // with which each close fails besides
+    int first = 1;  // the first of the calls that fails, counted from 1
+    int times = 1;  // how many fail
+    bool is_short =
+        false;        // write and fwrite: half of the bytes instead; fwrite notes an error if any
+    int closing = 0;  // with which each close fails besides
 };
 
 // Runs the body with the fault, and returns the calls that it made, in order, each behind a blank.
