@@ -244,9 +244,8 @@ uint32_t store_proto_msg_to_file(const uint8_t* pkt, int32_t pkt_len, const char
  *
  * Reading ends at the end of the file, after ::VYN_MAX_RECORDS records, in front of the first
  * record whose buffer is null, and at damage: a record that is cut short or is not a `Header`, or
- * more than 8 empty records that reach the end of the file, as a power cut leaves them. A record
- * that memory does not suffice for counts as damage. Damage is logged as an error with its offset
- * in bytes; the records in front of it are returned.
+ * more than 8 empty records that reach the end of the file, as a power cut leaves them. Damage is
+ * logged as an error with its offset in bytes; the records in front of it are returned.
  *
  * @param[in,out] bufs         A buffer for each record; the first must not be null. Their sizes are
  *                             not checked: each must hold the largest record of the file as it
@@ -259,8 +258,8 @@ uint32_t store_proto_msg_to_file(const uint8_t* pkt, int32_t pkt_len, const char
  * @retval VYN_OK             @p record_count records were read, at least one.
  * @retval VYN_NULL_POINTER   A pointer or the first buffer is null, or the file cannot be opened or
  *                            is not a regular file.
- * @retval VYN_NOT_SERIALIZED There is no whole record, or reading failed; buffers and lengths may
- *                            have been written.
+ * @retval VYN_NOT_SERIALIZED There is no whole record, reading failed, or memory ran out; buffers
+ *                            and lengths may have been written.
  */
 uint32_t read_proto_msg_from_file(uint8_t** bufs, uint32_t* record_count, uint32_t* lens,
                                   const char* path);

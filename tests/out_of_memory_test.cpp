@@ -226,13 +226,7 @@ const Call kCalls[] = {
          out.text = convert_hdr_to_json(&record, 0, 0);
          return out.text != nullptr && has(out.text, "ttl") && has(out.text, "error_code");
      }},
-    {"get_msg_hdr", 1, 1,
-     [](Output& out) -> long {
-         msg_hdr hdr{};
-         const int code = get_msg_hdr(kEnvelope, &hdr);
-         std::memcpy(out.object, &hdr, sizeof hdr);
-         return hdr.property_bag[0] != '\0' ? code : 0;
-     }},
+    CALL(1, 0, get_msg_hdr, kEnvelope, reinterpret_cast<msg_hdr*>(out.object)),
     CALL(1, 0, add_body_to_message, kEnvelope, "b/"),
     CALL(1, 0, get_body_from_message, R"({"body":{"a":[1]}})", out.object, kSize),
     CALL(1, 0, construct_property_bag, &bag),

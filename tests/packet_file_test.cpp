@@ -218,37 +218,6 @@ TEST_F(PacketFile, ReadsAtMostSoMany) {
     EXPECT_EQ(read(2, large.size()).packets, std::vector<std::string>(2, large));
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-// A record that there is no memory for, for its bytes or for its fields, does not lose the one in
-// front of it. In a child, since the limit stays.
-TEST_F(PacketFile, TooLittleMemoryIsDamage) {
-    constexpr rlim_t kMiB = 1 << 20;
-    const std::string bodies[] = {
-        {"\x80\x80\x80\x40", 4},                       // 128 MiB
-        {"\x85\x80\x80\x20\x62\x80\x80\x80\x20", 9}};  // 64 MiB in a field
-    for (const std::string& head : bodies) {
-        write_file(record(packet("1")) + head);
-        ASSERT_EQ(truncate(path_.c_str(), 200 * kMiB), 0);
-        if (fork() == 0) {
-            rlim_t pages = 0;
-            std::ifstream("/proc/self/statm") >> pages;
-            const rlim_t bytes = pages * 4096 + 100 * kMiB;
-            const rlimit limit{bytes, bytes};
-            const bool set = setrlimit(RLIMIT_AS, &limit) == 0;
-            const Records records = read();
-            _exit(set && records.code == 0 && records.count == 1 &&
-                          take_log() == LogLines{error_line("read_proto_msg_from_file: damaged "
-                                                            "record at offset 4")}
-                      ? 0
-                      : 1);
-        }
-        int status = 0;
-        ASSERT_GT(wait(&status), 0);
-        EXPECT_EQ(status, 0) << head.size();
-    }
-}
-#endif
-
 // Records of 30 KB from four processes at once: none is lost, none is mixed.
 TEST_F(PacketFile, ManyWriters) {
     constexpr int kWriters = 4;

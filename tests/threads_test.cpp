@@ -1,8 +1,10 @@
 // Eight threads at once on the ids, LOG() with a threshold that changes, the conversions, JSON
 // documents and files: each gets what it would get alone, and the thread sanitizer finds nothing.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <set>
@@ -71,6 +73,9 @@ std::string misdone(const std::string& path, const std::string& pkt) {
 }
 
 TEST(Threads, DoNotDisturbEachOther) {
+    std::string folder = testing::TempDir() + "vyn_threads_XXXXXX";
+    ASSERT_NE(mkdtemp(folder.data()), nullptr);
+    folder += '/';
     std::mutex lock;
     std::set<uint32_t> message_ids;
     std::set<uint32_t> transaction_ids;
@@ -92,9 +97,7 @@ TEST(Threads, DoNotDisturbEachOther) {
             ASSERT_EQ(received(pkt), json);
             ASSERT_EQ(sent(json), wire);
             if (round % 10 == 0) {
-                ASSERT_EQ(misdone(testing::TempDir() + "vyn_thread_" + std::to_string(number),
-                                  header.SerializeAsString()),
-                          "");
+                ASSERT_EQ(misdone(folder + std::to_string(number), header.SerializeAsString()), "");
             }
             const std::lock_guard<std::mutex> hold(lock);
             message_ids.insert(message_id);
@@ -109,6 +112,7 @@ TEST(Threads, DoNotDisturbEachOther) {
     for (std::thread& thread : threads) {
         thread.join();
     }
+    (void)rmdir(folder.c_str());
     update_log_level(LOG_LEVEL_INFO);
     (void)vyn_test::take_log();
     EXPECT_EQ(message_ids.size(), kThreads * kRounds);

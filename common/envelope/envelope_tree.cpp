@@ -1,6 +1,7 @@
 #include "envelope/envelope_tree.h"
 
 #include <cstring>
+#include <new>
 #include <utility>
 
 #include "envelope/message_type.h"
@@ -78,8 +79,10 @@ json_object* read_property_bag(json_object* envelope, msg_hdr& hdr) {
     if (type == VYN_JSON_OBJECT) {
         json_object* bag = nullptr;
         (void)json_object_object_get_ex(envelope, kKey, &bag);
-        const char* rendered = value.str_val != nullptr ? value.str_val : "";  // no memory
-        return copy_cut(hdr.property_bag, sizeof hdr.property_bag, rendered) ? bag : nullptr;
+        if (value.str_val == nullptr) {
+            throw std::bad_alloc();  // json-c had no memory to render it
+        }
+        return copy_cut(hdr.property_bag, sizeof hdr.property_bag, value.str_val) ? bag : nullptr;
     }
     if (type == VYN_JSON_NULL) {
         hdr.property_bag[0] = '\0';

@@ -14,6 +14,7 @@
 #include "logger.h"
 #include "utils/bounded.h"
 #include "utils/durable_file.h"
+#include "utils/guard.h"
 #include "utils/json_tree.h"
 
 using vyn::JsonPtr;
@@ -73,8 +74,12 @@ int get_msg_hdr(const char* json, msg_hdr* hdr) {
     if (envelope == nullptr) {
         return 0;
     }
-    (void)vyn::read_record(envelope.get(), *hdr);
-    return 1;
+    return vyn::guarded(0, [&]() -> int {
+        msg_hdr read = *hdr;
+        (void)vyn::read_record(envelope.get(), read);
+        *hdr = read;
+        return 1;
+    });
 }
 
 char* add_body_to_message(const char* json, const char* body) {

@@ -9,13 +9,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <new>
 #include <string>
 #include <utility>
 
 #include "logger.h"
 #include "protobuf/wire_convert.h"
-#include "utils/guard.h"
 #include "utils/interrupted.h"
 #include "utils/limits.h"
 #include "utils/owned.h"
@@ -104,16 +102,12 @@ constexpr uint64_t kMaxEmptyAtEnd = 8;
 
 // ---- Reading ------------------------------------------------------------------------------------
 
-// Moves what is not taken yet to the front of a buffer that holds this many bytes. False when there
-// is no memory for one.
-bool RecordReader::make_room(std::size_t count) {
+// Moves what is not taken yet to the front of a buffer that holds this many bytes.
+void RecordReader::make_room(std::size_t count) {
     const std::size_t kept = end_ - begin_;
     if (capacity_ < count) {
         const std::size_t capacity = std::max(count, kBlockCapacity);
-        std::unique_ptr<uint8_t[]> larger(new (std::nothrow) uint8_t[capacity]);
-        if (larger == nullptr) {
-            return false;
-        }
+        std::unique_ptr<uint8_t[]> larger(new uint8_t[capacity]);
         std::copy_n(buffer_.get() + begin_, kept, larger.get());
         buffer_ = std::move(larger);
         capacity_ = capacity;
@@ -122,18 +116,15 @@ bool RecordReader::make_room(std::size_t count) {
     }
     begin_ = 0;
     end_ = kept;
-    return true;
 }
 
-// Gets at least this many bytes of what is left into the buffer. False when reading failed, the
-// file was cut meanwhile, or memory ran out.
+// Gets at least this many bytes of what is left into the buffer. False when reading failed, or the
+// file was cut meanwhile.
 bool RecordReader::have(std::size_t count) {
     if (end_ - begin_ >= count) {
         return true;
     }
-    if (!make_room(count)) {
-        return false;
-    }
+    make_room(count);
     while (end_ < count) {
         const auto room = static_cast<std::size_t>(std::min<uint64_t>(capacity_ - end_, unread_));
         ssize_t got = 0;
@@ -245,10 +236,8 @@ vyn_result read_packets(uint8_t** bufs, uint32_t& record_count, uint32_t* lens, 
         if (outcome == RecordReader::Outcome::kFailed) {
             return VYN_NOT_SERIALIZED;
         }
-        // A record that memory does not suffice for counts as damaged too: in a torn file it can
-        // claim gigabytes, and those in front of it shall not be lost.
         if (outcome == RecordReader::Outcome::kRecord &&
-            !guarded(false, [&] { return parse_packet(reader.data(), reader.length(), header); })) {
+            !parse_packet(reader.data(), reader.length(), header)) {
             outcome = RecordReader::Outcome::kDamaged;
         }
         if (outcome == RecordReader::Outcome::kDamaged) {

@@ -30,7 +30,7 @@ public:
 private:
     [[nodiscard]] uint64_t left() const { return unread_ + (end_ - begin_); }
     [[nodiscard]] bool have(std::size_t count);
-    [[nodiscard]] bool make_room(std::size_t count);
+    void make_room(std::size_t count);
     [[nodiscard]] Outcome take_record();
     [[nodiscard]] Outcome take_empty_run();
     [[nodiscard]] Outcome why_not() const;
