@@ -20,8 +20,8 @@ struct Record {
 [[nodiscard]] bool is_named(const Header& header);
 
 // The work for a byte of the file is limited: bytes can be made so that a record seems to begin at
-// each of them, and damage has all of them looked at again. Who exceeds the limit finds nothing in
-// what was looked at before.
+// each of them, and damage has all of them looked at again. Once it is exceeded, searches find
+// nothing until bytes are reached that were not looked at before.
 class RecordScan {
 public:
     explicit RecordScan(FileWindow& file) : file_(file) {}
