@@ -35,7 +35,8 @@ static Records read_file(std::size_t count) {
     require(code == (read > 0 ? VYN_OK : VYN_NOT_SERIALIZED) && read <= lengths.size(), "a count");
     Records records;
     for (std::size_t i = 0; i < read; ++i) {
-        records.push_back(buffers[i % kFew].contents().substr(0, lengths[i]));
+        const uint8_t* record = buffers[i % kFew].bytes();
+        records.emplace_back(record, record + lengths[i]);
     }
     return records;
 }
