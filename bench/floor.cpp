@@ -114,4 +114,10 @@ bool record_to_wire(const Sample& sample, Output& out) {
     return true;
 }
 
+bool restamp(const Sample& sample, Output& out) {
+    std::memcpy(out.bytes, sample.packet.data(), sample.packet.size());
+    out.length = static_cast<uint32_t>(sample.packet.size());
+    return true;
+}
+
 }  // namespace bench::floor

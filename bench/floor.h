@@ -10,6 +10,7 @@ namespace bench::floor {
 bool wire_to_json(const Sample& sample, Output& out);
 bool json_to_wire(const Sample& sample, Output& out);
 bool record_to_wire(const Sample& sample, Output& out);
+bool restamp(const Sample& sample, Output& out);
 
 }  // namespace bench::floor
 

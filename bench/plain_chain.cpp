@@ -5,32 +5,87 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <string>
-#include <string_view>
 
 #include "json_helper.h"
+#include "logger.h"
 #include "proto_helper.h"
 #include "vyn_header_v3.pb.h"
 #include "vynutils.h"
 
-namespace bench::plain_chain {
+namespace plain_chain {
 namespace {
 
-struct Release {
-    void operator()(char* text) const { std::free(text); }
-};
-using Text = std::unique_ptr<char, Release>;
+// ---- Texts --------------------------------------------------------------------------------------
 
-bool is_binary(const Header& header) { return header.message_type() >> 14 == MSG_ENCODING_BINARY; }
+void put(json_object* object, const char* key, const char* text) {
+    json_object_object_add(object, key, json_object_new_string(text));
+}
 
-// Into a member that is zero. What is too long leaves it so.
-template <std::size_t Size>
-void copy(char (&member)[Size], std::string_view text) {
-    if (text.size() < Size) {
-        std::memcpy(member, text.data(), text.size());
+void put_if_set(json_object* object, const char* key, const char* text) {
+    if (text[0] != '\0') {
+        put(object, key, text);
     }
 }
+
+void put_if_set(json_object* object, const char* key, uint32_t number) {
+    if (number != 0) {
+        json_object_object_add(object, key, json_object_new_int(static_cast<int32_t>(number)));
+    }
+}
+
+std::string rendered(json_object* value) {
+    std::string text = json_object_to_json_string(value);
+    json_object_put(value);
+    return text;
+}
+
+// Empty when nothing is set.
+std::string property_bag(const msg_property_bag& record) {
+    json_object* bag = json_object_new_object();
+    put_if_set(bag, "error_code", record.error_code);
+    put_if_set(bag, "OTT", record.OTT);
+    put_if_set(bag, "ack_required", record.ack_required);
+    put_if_set(bag, "attempt", record.attempt);
+    put_if_set(bag, "checksum", record.checksum);
+    put_if_set(bag, "error", record.error);
+    put_if_set(bag, "target", record.target);
+    put_if_set(bag, "file", record.file);
+    const bool empty = json_object_object_length(bag) == 0;
+    std::string text = rendered(bag);
+    return empty ? "" : text;
+}
+
+std::string envelope(const msg_hdr& hdr) {
+    json_object* object = json_object_new_object();
+    put(object, "system_id", hdr.system_id);
+    put(object, "message_id", hdr.message_id);
+    put_if_set(object, "correlation_id", hdr.correlation_id);
+    json_object_object_add(object, "version", json_object_new_int(3));
+    put_if_set(object, "sub_system_id", hdr.sub_system_id);
+    put_if_set(object, "device_id", hdr.device_id);
+    put_if_set(object, "target_id", hdr.target_id);
+    const uint32_t word = hdr.msg_type | hdr.encoding_type << 14;
+    json_object_object_add(object, "message_type", json_object_new_int(static_cast<int32_t>(word)));
+    json_object_object_add(object, "time", json_object_new_int64(hdr.time));
+    if (hdr.ttl != 0) {
+        json_object_object_add(object, "ttl", json_object_new_int64(hdr.ttl));
+    }
+    if (hdr.property_bag[0] != '\0') {
+        json_object_object_add(object, "property_bag", json_tokener_parse(hdr.property_bag));
+    }
+    return rendered(object);
+}
+
+std::string with_body(const std::string& json, const char* body) {
+    json_object* object = json_tokener_parse(json.c_str());
+    put(object, "body", body);
+    return rendered(object);
+}
+
+// ---- Messages -----------------------------------------------------------------------------------
+
+bool is_binary(const Header& header) { return header.message_type() >> 14 == 2; }
 
 void fill_header(const msg_hdr& hdr, Header& header) {
     header.set_message_id(hdr.message_id);
@@ -43,36 +98,39 @@ void fill_header(const msg_hdr& hdr, Header& header) {
     header.set_message_type(combine_msg_type_encoding_type(hdr.msg_type, hdr.encoding_type));
     header.set_time(hdr.time);
     header.set_ttl(hdr.ttl);
-    header.set_packet_status(static_cast<PacketStatus>(hdr.packet_status));
+    header.set_packet_status(static_cast<PacketStatus>(static_cast<int>(hdr.packet_status)));
 }
 
-void fill_record(const Header& header, msg_hdr& hdr) {
-    copy(hdr.message_id, header.message_id());
-    copy(hdr.correlation_id, header.correlation_id());
-    hdr.version = header.version();
-    copy(hdr.system_id, header.system_id());
+// Into a member that is zero. What is too long leaves it so.
+template <std::size_t Size>
+void take(char (&member)[Size], const std::string& text, uint32_t& result) {
+    if (text.size() < Size) {
+        std::memcpy(member, text.data(), text.size());
+    } else {
+        result = 2;
+    }
+}
+
+void fill_record(const Header& header, msg_hdr& hdr, uint32_t& result) {
+    take(hdr.message_id, header.message_id(), result);
+    take(hdr.correlation_id, header.correlation_id(), result);
+    take(hdr.system_id, header.system_id(), result);
+    take(hdr.device_id, header.device_id(), result);
+    take(hdr.target_id, header.target_id(), result);
     hdr.sub_system_id = header.sub_system_id();
-    copy(hdr.device_id, header.device_id());
-    copy(hdr.target_id, header.target_id());
     hdr.msg_type = header.message_type();
     hdr.time = header.time();
     hdr.ttl = header.ttl();
 }
 
-void fill_bag_text(const Header& header, msg_hdr& hdr) {
-    const Header_Property_bag& received = header.property_bag();
-    msg_property_bag bag{};
+void fill_record(const Header_Property_bag& received, msg_property_bag& bag, uint32_t& result) {
     bag.error_code = received.error_code();
     bag.ack_required = received.ack_required();
-    copy(bag.attempt, received.attempt());
-    copy(bag.checksum, received.checksum());
-    copy(bag.error, received.error());
-    copy(bag.target, received.target());
-    copy(bag.file, received.file());
-    const Text text(construct_property_bag(&bag));
-    if (text != nullptr) {
-        copy(hdr.property_bag, text.get());
-    }
+    take(bag.attempt, received.attempt(), result);
+    take(bag.checksum, received.checksum(), result);
+    take(bag.error, received.error(), result);
+    take(bag.target, received.target(), result);
+    take(bag.file, received.file(), result);
 }
 
 enum class Checksum { kLeft, kTaken };
@@ -97,99 +155,104 @@ bool take_bag(const char* text, Checksum checksum, Header& header) {
     return true;
 }
 
-bool take_json_body(const char* body, Header& header) {
-    if (!is_binary(header)) {
-        header.set_body(body);
-        return true;
+// The result, or that of writing when that fails.
+uint32_t serialize(const Header& header, uint32_t result, uint8_t* out, uint32_t capacity,
+                   uint32_t* length) {
+    *length = static_cast<uint32_t>(header.ByteSizeLong());
+    if (*length > capacity) {
+        return 2;
     }
-    uint8_t decoded[VYN_JSON_BODY_MAX_CHARS + 1] = {};
-    uint32_t length = 0;
-    if (base64_decode(body, static_cast<uint32_t>(std::strlen(body)), decoded, &length,
-                      sizeof decoded) != 0) {
-        return false;
-    }
-    header.set_body(decoded, length);
-    return true;
-}
-
-bool give_json_body(const Header& header, char (&body)[VYN_PACKET_CAPACITY]) {
-    const std::string& received = header.body();
-    if (!is_binary(header)) {
-        copy(body, received);
-        return received.size() < sizeof body;
-    }
-    if (received.size() > VYN_BINARY_BODY_CAPACITY) {
-        return false;
-    }
-    char base64[VYN_PACKET_CAPACITY] = {};
-    (void)encode_base64(received, base64);
-    copy(body, base64);
-    return true;
-}
-
-bool serialize(const Header& header, Output& out) {
-    const std::size_t length = header.ByteSizeLong();
-    if (length > sizeof out.bytes) {
-        return false;
-    }
-    out.length = static_cast<uint32_t>(length);
-    return header.SerializeToArray(out.bytes, static_cast<int>(length));
+    return header.SerializeToArray(out, static_cast<int>(*length)) ? result : 7;
 }
 
 }  // namespace
 
-bool wire_to_json(const Sample& sample, Output& out) {
-    uint8_t packet[VYN_PACKET_CAPACITY] = {};
+uint32_t wire_to_json(const uint8_t* pkt, uint32_t pkt_len, char* json_out,
+                      uint32_t json_out_size) {
+    uint8_t plain[24576] = {};
+    if (ZSTD_findFrameCompressedSize(pkt, pkt_len) != pkt_len) {
+        return 13;
+    }
     // Makes a context and releases it.
-    const std::size_t packet_length =
-        ZSTD_decompress(packet, sizeof packet, sample.received.data(), sample.received.size());
+    const std::size_t plain_len = ZSTD_decompress(plain, sizeof plain, pkt, pkt_len);
+    if (ZSTD_isError(plain_len) != 0) {
+        return 13;
+    }
     Header header;
-    if (ZSTD_isError(packet_length) != 0 ||
-        !header.ParseFromArray(packet, static_cast<int>(packet_length))) {
-        return false;
+    if (!header.ParseFromArray(plain, static_cast<int>(plain_len))) {
+        return 8;
     }
+    const uint32_t word = header.message_type();
+    LOG(LOG_LEVEL_DEBUG, "PH:Received message :%d : Message type: %d : Encoding type : %d ",
+        static_cast<int>(word), static_cast<int>(word & 0x3FFF), static_cast<int>(word >> 14 & 3));
+    uint32_t result = 0;
     msg_hdr hdr{};
-    fill_record(header, hdr);
-    char body[VYN_PACKET_CAPACITY] = {};
-    if (!give_json_body(header, body)) {
-        return false;
+    fill_record(header, hdr, result);
+    char body[24576] = {};
+    if (!is_binary(header)) {
+        take(body, header.body(), result);
+    } else if (base64_encode(reinterpret_cast<const uint8_t*>(header.body().data()),
+                             static_cast<uint32_t>(header.body().size()), body, sizeof body) != 0) {
+        result = 11;
     }
-    fill_bag_text(header, hdr);
-    const Text envelope(convert_hdr_to_json(&hdr, 0, 0));
-    const Text whole(add_body_to_message(envelope.get(), body));
-    if (whole == nullptr || std::strlen(whole.get()) >= sizeof out.bytes) {
-        return false;
+    msg_property_bag bag{};
+    fill_record(header.property_bag(), bag, result);
+    uint32_t ignored = 0;
+    take(hdr.property_bag, property_bag(bag), ignored);
+    const std::string json = with_body(envelope(hdr), body);
+    if (json.size() >= json_out_size) {
+        return 6;
     }
-    out.length = static_cast<uint32_t>(std::strlen(whole.get()));
-    std::memcpy(out.bytes, whole.get(), out.length + 1);
-    return true;
+    std::memcpy(json_out, json.c_str(), json.size() + 1);
+    return result;
 }
 
-bool json_to_wire(const Sample& sample, Output& out) {
-    const char* json = sample.envelope.c_str();
+uint32_t json_to_wire(const char* json, uint8_t* out, uint32_t capacity, uint32_t* length) {
     msg_hdr hdr{};
-    char body[VYN_JSON_BODY_MAX_CHARS + 1] = {};
-    // The only helper for numbers of 64 bits takes a text, and parses it each time. Our own
-    // get_msg_hdr() reads them from its tree, so these two parses of a chain are added here.
-    if (get_msg_hdr(json, &hdr) == 0 || get_key_json_int64(json, "time", &hdr.time) == 0 ||
-        get_key_json_int64(json, "ttl", &hdr.ttl) == 0) {
-        return false;
+    if (get_msg_hdr(json, &hdr) == 0) {
+        return 3;
     }
     Header header;
     fill_header(hdr, header);
-    return take_bag(hdr.property_bag, Checksum::kLeft, header) &&
-           get_body_from_message(json, body, sizeof body) == 1 && take_json_body(body, header) &&
-           serialize(header, out);
-}
-
-bool record_to_wire(const Sample& sample, Output& out) {
-    Header header;
-    fill_header(sample.record, header);
-    if (!take_bag(sample.record.property_bag, Checksum::kTaken, header)) {
-        return false;
+    uint32_t result = take_bag(hdr.property_bag, Checksum::kLeft, header) ? 0 : 9;
+    char body[8192] = {};
+    if (get_body_from_message(json, body, sizeof body) == 0) {
+        return 11;
     }
-    header.set_body(sample.body.data(), sample.body.size());
-    return serialize(header, out);
+    if (is_binary(header)) {
+        uint8_t decoded[8192] = {};
+        uint32_t decoded_len = 0;
+        if (base64_decode(body, static_cast<uint32_t>(std::strlen(body)), decoded, &decoded_len,
+                          sizeof decoded) == 0) {
+            header.set_body(decoded, decoded_len);
+        } else {
+            result = 11;
+        }
+    } else {
+        header.set_body(body);
+    }
+    return serialize(header, result, out, capacity, length);
 }
 
-}  // namespace bench::plain_chain
+uint32_t record_to_wire(const msg_hdr& hdr, const uint8_t* body, uint32_t body_len, uint8_t* out,
+                        uint32_t capacity, uint32_t* length) {
+    Header header;
+    fill_header(hdr, header);
+    if (!take_bag(hdr.property_bag, Checksum::kTaken, header)) {
+        return 9;
+    }
+    header.set_body(body, body_len);
+    return serialize(header, 0, out, capacity, length);
+}
+
+uint32_t restamp(const uint8_t* pkt, uint32_t pkt_len, uint32_t status, uint8_t* out,
+                 uint32_t capacity, uint32_t* length) {
+    Header header;
+    if (!header.ParseFromArray(pkt, static_cast<int>(pkt_len))) {
+        return 8;
+    }
+    header.set_packet_status(static_cast<PacketStatus>(static_cast<int>(status)));
+    return serialize(header, 0, out, capacity, length);
+}
+
+}  // namespace plain_chain

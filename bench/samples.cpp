@@ -81,7 +81,7 @@ msg_hdr make_record(const std::string& body, uint32_t encoding_type) {
     return record;
 }
 
-std::string compressed_packet(const msg_hdr& record, const std::string& body) {
+std::string make_packet(const msg_hdr& record, const std::string& body) {
     std::string packet(VYN_PACKET_CAPACITY, '\0');
     uint32_t length = 0;
     require(cnvrt_hdr_to_protobuf(&record, reinterpret_cast<uint8_t*>(packet.data()),
@@ -89,9 +89,14 @@ std::string compressed_packet(const msg_hdr& record, const std::string& body) {
                                   reinterpret_cast<const uint8_t*>(body.data()),
                                   static_cast<uint32_t>(body.size())) == VYN_OK,
             "no packet");
-    std::string frame(ZSTD_compressBound(length), '\0');
-    const std::size_t size =
-        ZSTD_compress(frame.data(), frame.size(), packet.data(), length, ZSTD_CLEVEL_DEFAULT);
+    packet.resize(length);
+    return packet;
+}
+
+std::string compressed(const std::string& packet) {
+    std::string frame(ZSTD_compressBound(packet.size()), '\0');
+    const std::size_t size = ZSTD_compress(frame.data(), frame.size(), packet.data(), packet.size(),
+                                           ZSTD_CLEVEL_DEFAULT);
     require(ZSTD_isError(size) == 0, "no compressed packet");
     frame.resize(size);
     return frame;
@@ -111,7 +116,8 @@ Sample make_sample(const std::string& body, uint32_t encoding_type) {
     sample.name = (binary ? "binary_" : "text_") + std::to_string(body.size());
     sample.record = make_record(body, encoding_type);
     sample.body = body;
-    sample.received = compressed_packet(sample.record, body);
+    sample.packet = make_packet(sample.record, body);
+    sample.received = compressed(sample.packet);
     sample.json_body = body;
     if (binary) {
         sample.json_body.resize((body.size() + 2) / 3 * 4);

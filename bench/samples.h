@@ -15,6 +15,7 @@ struct Sample {
     std::string name;       // kind and length of the body
     msg_hdr record{};       // with a property bag
     std::string body;       // what goes with the record
+    std::string packet;     // of both
     std::string received;   // the packet, compressed
     std::string json_body;  // the body as the envelope carries it
     std::string envelope;   // JSON, with its body

@@ -1,8 +1,8 @@
 // JSON envelopes to records, to the wire and back. The input: a line of a number, by which the body
 // grows, a line of a body, then the envelope.
+#include "bench/plain_chain.h"
 #include "fuzz.h"
 #include "proto_helper.h"
-#include "support/chains.h"
 
 using vyn_fuzz::at_exact_fit, vyn_fuzz::Buffer, vyn_fuzz::require;
 
@@ -43,8 +43,8 @@ static void json_to_wire(const std::string& json) {
     uint32_t chained_length = vyn_test::kUntouched;
     const uint32_t code = to_wire(json, out, length);
     const vyn_test::LogLines lines = vyn_test::take_log();
-    require(vyn_test::chained_json_to_wire(json.c_str(), chained.bytes(), chained.size,
-                                           &chained_length) == code &&
+    require(plain_chain::json_to_wire(json.c_str(), chained.bytes(), chained.size,
+                                      &chained_length) == code &&
                 lines == vyn_test::take_log() && length == chained_length &&
                 out.contents() == chained.contents(),
             "the result, log and bytes of the steps");

@@ -1,8 +1,8 @@
 // A received packet to JSON, and another status. The input: a line of a number, then the packet.
 // An odd number has it compressed first; half of it is the size of a body that is added.
+#include "bench/plain_chain.h"
 #include "fuzz.h"
 #include "proto_helper.h"
-#include "support/chains.h"
 
 using vyn_fuzz::at_exact_fit, vyn_fuzz::Buffer, vyn_fuzz::require;
 
@@ -16,11 +16,10 @@ static void to_json(const std::string& pkt) {
     (void)vyn_test::take_log();
     const uint32_t code = convert(out);
     const vyn_test::LogLines lines = vyn_test::take_log();
-    require(
-        vyn_test::chained_wire_to_json(in.bytes(), in.size, chained.text.get(), out.size) == code &&
-            lines == vyn_test::take_log() &&
-            std::memcmp(out.text.get(), chained.text.get(), out.size) == 0,
-        "the result, log and text of the steps");
+    require(plain_chain::wire_to_json(in.bytes(), in.size, chained.text.get(), out.size) == code &&
+                lines == vyn_test::take_log() &&
+                std::memcmp(out.text.get(), chained.text.get(), out.size) == 0,
+            "the result, log and text of the steps");
     if (code == VYN_NOT_A_HEADER || code == VYN_NOT_DECOMPRESSED) {
         require(out.contents() == Buffer(out.size).contents(), "no text after a failure");
         return;

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 
+#include "bench/plain_chain.h"
 #include "proto_helper.h"
 #include "support/log_trap.h"
 #include "support/packets.h"
@@ -88,6 +89,7 @@ TEST(Restamp, InPlaceAndRefusals) {
     Header header;
     ASSERT_TRUE(header.ParseFromArray(pkt.data(), static_cast<int>(length)));
     EXPECT_EQ(header.packet_status(), HISTORY);
+    EXPECT_EQ(type, 5U);
 
     uint8_t* p = bytes_of(pkt);
     type = length = kUntouched;
@@ -103,6 +105,67 @@ TEST(Restamp, InPlaceAndRefusals) {
     EXPECT_EQ(take_log(), LogLines{});
     EXPECT_EQ(type, kUntouched);
     EXPECT_EQ(length, kUntouched);
+}
+
+void expect_as_the_plain_chain(const std::string& pkt) {
+    uint32_t type = 0;
+    Outcome outcome = restamp(pkt, HISTORY, 2 * pkt.size() + 8, &type);
+    const Outcome plain =
+        into_buffer(2 * pkt.size() + 8, [&](uint8_t* out, uint32_t size, uint32_t* length) {
+            return plain_chain::restamp(bytes_of(pkt), length_of(pkt), HISTORY, out, size, length);
+        });
+    ASSERT_EQ(outcome, plain) << testing::PrintToString(pkt);
+}
+
+// A packet in the form in which it would be written is not taken apart: this must never show.
+TEST(Restamp, EveryChangeOfAByte) {
+    const std::string pkt = full_header().SerializeAsString();
+    for (std::size_t at = 0; at <= pkt.size(); ++at) {
+        for (int byte = 0; byte < 256; ++byte) {
+            std::string changed = pkt;
+            changed.replace(at, 1, 1, static_cast<char>(byte));
+            expect_as_the_plain_chain(changed);
+        }
+        expect_as_the_plain_chain(pkt.substr(0, at));
+    }
+}
+
+TEST(Restamp, FieldsInAnyOrderAndForm) {
+    using namespace std::string_literals;
+    const std::string most = times(8, '\xFF');
+    const std::string fields[] = {
+        "\x0A\x01i",                 // a text
+        "\x0A\x00"s,                 // at its default
+        "\x0A\x81\x00i"s,            // its length too long
+        "\x0A\x02\xC3\xA4",          // not ASCII
+        "\x0A\x01\x80",              // nor UTF-8
+        "\x18\x05",                  // a number
+        "\x18\x00"s,                 // at its default
+        "\x18\x85\x00"s,             // too long
+        "\x18\xFF\xFF\xFF\xFF\x0F",  // the largest
+        "\x18\x80\x80\x80\x80\x10",  // more than 32 bits
+        "\x48" + most + "\xFF\x01",  // of 64 bits, -1
+        "\x48" + most + "\xFF\x03",  // more than 64
+        "\x5A\x00"s,                 // a property bag, empty
+        "\x5A\x03\x1A\x01"
+        "c",                                                     // with a text
+        "\x5A\x04\x08\x05\x08\x06",                              // a field twice
+        "\x5A\x02\x40\x01",                                      // one that is not known
+        "\x62\x02\xFF\x00"s,                                     // a body
+        "\x68\x01",                                              // the status
+        "\x68\x80\x80\x80\x80\xF8" + times(4, '\xFF') + "\x01",  // the least
+        "\x68\x80\x80\x80\x80\x08",                              // not one of 32 bits
+        "\x6D"
+        "abcd",      // of another wire type
+        "\x70\x01",  // one that is not known
+    };
+    for (const std::string& first : fields) {
+        for (const std::string& second : fields) {
+            for (const std::string& third : fields) {
+                expect_as_the_plain_chain(first + second + third);
+            }
+        }
+    }
 }
 
 }  // namespace

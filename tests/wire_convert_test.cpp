@@ -1,4 +1,4 @@
-// The three conversions: by table, at every capacity, and against the chains of public functions.
+// The three conversions: by table, at every capacity, and against the plain chain of steps.
 #include <gtest/gtest.h>
 #include <pthread.h>
 
@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "bench/plain_chain.h"
 #include "logger.h"
 #include "proto_helper.h"
-#include "support/chains.h"
 #include "support/log_trap.h"
 #include "support/packets.h"
 
@@ -338,7 +338,7 @@ TEST_F(WireConvert, WireToJsonRefuses) {
     }
 }
 
-// ---- Against the chains -------------------------------------------------------------------------
+// ---- Against the plain chain --------------------------------------------------------------------
 
 using Random = std::mt19937;
 
@@ -349,7 +349,7 @@ void compare_json_to_wire(const std::string& json, std::size_t capacity) {
     const Outcome fast = json_to_wire(json, capacity);
     const LogLines fast_lines = take_log();
     const Outcome chained = into_buffer(capacity, [&](uint8_t* out, uint32_t size, uint32_t* len) {
-        return vyn_test::chained_json_to_wire(json.c_str(), out, size, len);
+        return plain_chain::json_to_wire(json.c_str(), out, size, len);
     });
     EXPECT_EQ(fast, chained) << json;
     EXPECT_EQ(fast_lines, take_log()) << json;
@@ -412,6 +412,13 @@ TEST_F(WireConvert, JsonToWireEqualsItsChain) {
     }
 }
 
+Outcome plain_wire_to_json(const std::string& pkt, std::size_t capacity) {
+    return into_buffer(capacity, [&](uint8_t* out, uint32_t size, uint32_t* /*unused*/) {
+        return plain_chain::wire_to_json(bytes_of(pkt), length_of(pkt),
+                                         reinterpret_cast<char*>(out), size);
+    });
+}
+
 TEST_F(WireConvert, WireToJsonEqualsItsChain) {
     Random random(2);
     const auto text = [&random](std::size_t slot) {
@@ -451,12 +458,21 @@ TEST_F(WireConvert, WireToJsonEqualsItsChain) {
 
         const Outcome fast = wire_to_json(pkt, capacity);
         const LogLines fast_lines = take_log();
-        const Outcome chained = into_buffer(capacity, [&](uint8_t* out, uint32_t size, uint32_t*) {
-            return vyn_test::chained_wire_to_json(bytes_of(pkt), length_of(pkt),
-                                                  reinterpret_cast<char*>(out), size);
-        });
-        ASSERT_EQ(fast, chained) << header.ShortDebugString();
+        ASSERT_EQ(fast, plain_wire_to_json(pkt, capacity)) << header.ShortDebugString();
         ASSERT_EQ(fast_lines, take_log());
+    }
+}
+
+TEST_F(WireConvert, EveryCharacterAtEveryPlaceOfABlock) {
+    for (std::size_t gap = 0; gap < 17; ++gap) {
+        std::string body;
+        for (int c = 1; c < 256; ++c) {
+            body += times(gap, 'x') + static_cast<char>(c);
+        }
+        Header header;
+        header.set_body(body);
+        const std::string pkt = compressed(header.SerializeAsString());
+        EXPECT_EQ(wire_to_json(pkt, kRoom), plain_wire_to_json(pkt, kRoom)) << gap;
     }
 }
 
