@@ -154,8 +154,8 @@ uint32_t cnvrt_json_hdr_to_protobuf(const char* json_hdr, uint8_t* out_buf, uint
  * @retval VYN_DOES_NOT_FIT     Soft: a field or a member of the property bag was too long for its
  *                              slot (see ::msg_hdr and ::msg_property_bag) and is empty in the
  *                              envelope.
- * @retval VYN_NO_ENVELOPE      The envelope could not be built: memory ran out.
- * @retval VYN_NO_BODY_ADDED    The envelope does not fit, or memory ran out.
+ * @retval VYN_NO_ENVELOPE      Not returned any more: the envelope is built without memory.
+ * @retval VYN_NO_BODY_ADDED    The envelope does not fit.
  * @retval VYN_NOT_A_HEADER     The decompressed bytes are not a `Header`, invalid UTF-8 in a text
  *                              field included, or memory ran out while reading them.
  * @retval VYN_BAD_BODY         Soft: a binary body longer than ::VYN_BINARY_BODY_CAPACITY; it is

@@ -88,8 +88,7 @@ uint32_t combine_msg_type_encoding_type(uint32_t msg_type, uint32_t encoding_typ
  * "message_type" is the word that combine_msg_type_encoding_type() makes. Numbers of 32 bits are
  * written signed, so 2147483648 and more come out negative, and get_msg_hdr() turns them back.
  * "property_bag" is the parsed value of the record's text; a text that is not JSON is left out
- * without a word, and so is a ttl or a bag that there is no memory for. `packet_status` does not
- * travel.
+ * without a word, and so is a bag that there is no memory for. `packet_status` does not travel.
  *
  * @param[in,out] hdr       The record. Changed only by @p new_id.
  * @param[in]  new_id       Non-zero: put a fresh UUID into `message_id` first.

@@ -20,10 +20,7 @@ constexpr char kReceivedType[] = "Received type: %d";
 constexpr char kSplitType[] = "Message type: %d : Encoding type : %d ";
 constexpr char kBodyTooLong[] =
     "get_body_from_message: body extracted is greater than given length";
-constexpr char kNotCreated[] = "convert_hdr_to_json: Failed to create JSON object";
 }  // namespace text
-
-constexpr uint32_t kEnvelopeVersion = 3;
 
 // What becomes of a field whose key is absent or null.
 enum class Absent { kLogged, kCleared };
@@ -92,43 +89,6 @@ json_object* read_property_bag(json_object* envelope, msg_hdr& hdr) {
     return nullptr;
 }
 
-[[nodiscard]] bool put_field(json_object* envelope, const TextField& field, const msg_hdr& hdr) {
-    return put_text(envelope, field.key, text_in(hdr, field));
-}
-
-// Members that are empty or zero are not set, and need no key.
-
-[[nodiscard]] bool put_if_set(json_object* object, const char* key, const char* text) {
-    return *text == '\0' || put_text(object, key, text);
-}
-
-[[nodiscard]] bool put_if_set(json_object* object, const char* key, uint32_t number) {
-    return number == 0 || put_int32(object, key, number);
-}
-
-[[nodiscard]] bool put_field_if_set(json_object* envelope, const TextField& field,
-                                    const msg_hdr& hdr) {
-    return put_if_set(envelope, field.key, text_in(hdr, field));
-}
-
-[[nodiscard]] bool put_record(json_object* envelope, const msg_hdr& hdr, int64_t time) {
-    return put_field(envelope, kSystemId, hdr) && put_field(envelope, kMessageId, hdr) &&
-           put_field_if_set(envelope, kCorrelationId, hdr) &&
-           put_int32(envelope, "version", kEnvelopeVersion) &&
-           put_if_set(envelope, "sub_system_id", hdr.sub_system_id) &&
-           put_field_if_set(envelope, kDeviceId, hdr) &&
-           put_field_if_set(envelope, kTargetId, hdr) &&
-           put_int32(envelope, "message_type",
-                     combine_msg_type_encoding_type(hdr.msg_type, hdr.encoding_type)) &&
-           put_int64(envelope, "time", time);
-}
-
-// A number that cannot be made is left out, unlike all others.
-[[nodiscard]] bool put_ttl(json_object* envelope, int64_t ttl) {
-    JsonPtr number(ttl != 0 ? json_object_new_int64(ttl) : nullptr);
-    return number == nullptr || put_member(envelope, "ttl", std::move(number));
-}
-
 }  // namespace
 
 JsonPtr parse_envelope(const char* json) {
@@ -172,33 +132,6 @@ const char* read_body(json_object* envelope, std::size_t size) {
 
 bool put_body(json_object* envelope, const char* body) {
     return json_object_is_type(envelope, json_type_object) != 0 && put_text(envelope, "body", body);
-}
-
-JsonPtr build_envelope(const msg_hdr& hdr, int64_t time, JsonPtr bag) {
-    JsonPtr envelope(json_object_new_object());
-    if (envelope == nullptr || !put_record(envelope.get(), hdr, time) ||
-        !put_ttl(envelope.get(), hdr.ttl) ||
-        (bag != nullptr && !put_member(envelope.get(), "property_bag", std::move(bag)))) {
-        LOG(LOG_LEVEL_ERROR, text::kNotCreated);
-        return nullptr;
-    }
-    return envelope;
-}
-
-bool build_property_bag(const msg_property_bag& record, JsonPtr& bag) {
-    bag.reset(json_object_new_object());
-    const bool built = bag != nullptr && put_if_set(bag.get(), "error_code", record.error_code) &&
-                       put_if_set(bag.get(), "OTT", record.OTT) &&
-                       put_if_set(bag.get(), "ack_required", record.ack_required) &&
-                       put_if_set(bag.get(), "attempt", record.attempt) &&
-                       put_if_set(bag.get(), "checksum", record.checksum) &&
-                       put_if_set(bag.get(), "error", record.error) &&
-                       put_if_set(bag.get(), "target", record.target) &&
-                       put_if_set(bag.get(), "file", record.file);
-    if (!built || json_object_object_length(bag.get()) == 0) {
-        bag.reset();
-    }
-    return built;
 }
 
 }  // namespace vyn

@@ -27,13 +27,6 @@ json_object* read_record(json_object* envelope, msg_hdr& hdr);
 // Adds "body", or replaces it. False when the envelope is no object or memory ran out.
 [[nodiscard]] bool put_body(json_object* envelope, const char* body);
 
-// The envelope of a record, without "body"; null when memory ran out, which is logged. The bag,
-// when there is one, goes under "property_bag".
-[[nodiscard]] JsonPtr build_envelope(const msg_hdr& hdr, int64_t time, JsonPtr bag);
-
-// The property bag of a record; null when nothing is set. False when memory ran out.
-[[nodiscard]] bool build_property_bag(const msg_property_bag& record, JsonPtr& bag);
-
 }  // namespace vyn
 
 #endif  // VYN_COMMON_ENVELOPE_ENVELOPE_TREE_H

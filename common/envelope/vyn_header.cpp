@@ -6,9 +6,11 @@
 #include <atomic>
 #include <cerrno>
 #include <cstddef>
+#include <cstdlib>
 #include <cstring>
-#include <utility>
+#include <string_view>
 
+#include "envelope/envelope_text.h"
 #include "envelope/envelope_tree.h"
 #include "envelope/message_type.h"
 #include "logger.h"
@@ -30,6 +32,7 @@ namespace {
 // Monitoring searches the log for these texts: not to be corrected.
 namespace text {
 constexpr char kNoRecord[] = "convert_hdr_to_json: Received NULL arguments";
+constexpr char kNotCreated[] = "convert_hdr_to_json: Failed to create JSON object";
 constexpr char kBodyArguments[] = "get_body_from_message: Recevied invalid arguments";
 constexpr char kUuidSize[] = "get_new_message_uuid: Invalid size";
 }  // namespace text
@@ -62,8 +65,18 @@ char* convert_hdr_to_json(msg_hdr* hdr, int new_id, int current_time) {
     }
     const int64_t time =
         current_time != 0 ? static_cast<int64_t>(get_current_timestamp_()) : hdr->time;
-    JsonPtr bag = hdr->property_bag[0] != '\0' ? vyn::parse_json(hdr->property_bag) : nullptr;
-    return new_text(vyn::build_envelope(*hdr, time, std::move(bag)));
+    const JsonPtr bag = hdr->property_bag[0] != '\0' ? vyn::parse_json(hdr->property_bag) : nullptr;
+    const char* rendered = bag != nullptr ? json_object_to_json_string(bag.get()) : nullptr;
+    const vyn::EnvelopeText envelope(*hdr, time, rendered != nullptr ? rendered : "");
+    const std::size_t length = envelope.length();
+    auto* json = static_cast<char*>(std::malloc(length + 1));
+    if (json == nullptr) {
+        LOG(LOG_LEVEL_ERROR, text::kNotCreated);
+        return nullptr;
+    }
+    envelope.write(json);
+    json[length] = '\0';
+    return json;
 }
 
 int get_msg_hdr(const char* json, msg_hdr* hdr) {
@@ -104,11 +117,10 @@ int get_body_from_message(const char* json, char* body, uint32_t body_size) {
 }
 
 char* construct_property_bag(const msg_property_bag* bag) {
-    JsonPtr built;
-    if (bag == nullptr || !vyn::build_property_bag(*bag, built)) {
-        return nullptr;
-    }
-    return new_text(built);
+    char room[vyn::kBagTextCapacity];
+    const std::string_view built =
+        bag != nullptr ? vyn::write_property_bag(*bag, room) : std::string_view{};
+    return built.empty() ? nullptr : strndup(built.data(), built.size());
 }
 
 uint32_t get_new_message_id(void) {

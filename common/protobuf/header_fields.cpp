@@ -11,15 +11,12 @@ namespace {
 struct HeaderTextField {
     TextField record;
     const std::string& (Header::*get)() const;
-    std::string* (Header::*mutate)();
 };
 
 constexpr HeaderTextField kTextFields[] = {
-    {kMessageId, &Header::message_id, &Header::mutable_message_id},
-    {kCorrelationId, &Header::correlation_id, &Header::mutable_correlation_id},
-    {kSystemId, &Header::system_id, &Header::mutable_system_id},
-    {kDeviceId, &Header::device_id, &Header::mutable_device_id},
-    {kTargetId, &Header::target_id, &Header::mutable_target_id},
+    {kMessageId, &Header::message_id}, {kCorrelationId, &Header::correlation_id},
+    {kSystemId, &Header::system_id},   {kDeviceId, &Header::device_id},
+    {kTargetId, &Header::target_id},
 };
 
 // Measured by its length, so a NUL inside is counted, and ends the text in the record.
@@ -29,21 +26,6 @@ template <std::size_t Size>
 }
 
 }  // namespace
-
-void fill_header(const msg_hdr& hdr, Header& header) {
-    for (const HeaderTextField& field : kTextFields) {
-        const char* value = text_in(hdr, field.record);
-        if (*value != '\0') {
-            (header.*field.mutate)()->assign(value);
-        }
-    }
-    header.set_version(hdr.version);
-    header.set_sub_system_id(hdr.sub_system_id);
-    header.set_message_type(combine_msg_type_encoding_type(hdr.msg_type, hdr.encoding_type));
-    header.set_time(hdr.time);
-    header.set_ttl(hdr.ttl);
-    header.set_packet_status(packet_status_of(hdr.packet_status));
-}
 
 bool fill_record(const Header& header, msg_hdr& hdr) {
     bool all_fit = true;

@@ -1,4 +1,4 @@
-// Between the header record and the message `Header`, field by field.
+// From the message `Header` to the records, field by field.
 #ifndef VYN_COMMON_PROTOBUF_HEADER_FIELDS_H
 #define VYN_COMMON_PROTOBUF_HEADER_FIELDS_H
 
@@ -14,10 +14,7 @@ inline PacketStatus packet_status_of(uint32_t status) {
     return static_cast<PacketStatus>(static_cast<int>(status));
 }
 
-// Everything but the property bag and the body, `packet_status` included.
-void fill_header(const msg_hdr& hdr, Header& header);
-
-// The other way, without `packet_status`; the whole message-type word goes into `msg_type`. A
+// Without `packet_status`; the whole message-type word goes into `msg_type`. A
 // text that is too long for its member leaves it as it was. Says whether all fitted.
 [[nodiscard]] bool fill_record(const Header& header, msg_hdr& hdr);
 

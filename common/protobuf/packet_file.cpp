@@ -9,11 +9,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <string>
+#include <memory>
 #include <utility>
 
 #include "logger.h"
-#include "protobuf/wire_convert.h"
+#include "protobuf/packet.h"
 #include "utils/interrupted.h"
 #include "utils/limits.h"
 #include "utils/owned.h"
@@ -45,13 +45,17 @@ constexpr uint64_t kMaxEmptyAtEnd = 8;
     return file.valid() && ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
-[[nodiscard]] std::string delimited(const Header& header) {
-    const auto length = static_cast<uint32_t>(header.ByteSizeLong());
-    std::string record(CodedOutputStream::VarintSize32(length) + length, '\0');
-    uint8_t* out =
-        CodedOutputStream::WriteVarint32ToArray(length, reinterpret_cast<uint8_t*>(record.data()));
-    (void)header.SerializeWithCachedSizesToArray(out);
-    return record;
+// A length and a packet of that length.
+struct Record {
+    std::unique_ptr<uint8_t[]> data;
+    std::size_t length;
+};
+
+[[nodiscard]] bool make_record(const Packet& packet, Record& record) {
+    const auto length = static_cast<uint32_t>(packet.length());
+    record.length = CodedOutputStream::VarintSize32(length) + length;
+    record.data.reset(new uint8_t[record.length]);
+    return packet.write(CodedOutputStream::WriteVarint32ToArray(length, record.data.get()));
 }
 
 // What would be written in part only: beyond the process's limit for files, or more than one call
@@ -74,19 +78,19 @@ constexpr uint64_t kMaxEmptyAtEnd = 8;
 
 // In one call, which no other writer's can come into. 0, or the errno; a short write is a disk that
 // filled up all the same.
-[[nodiscard]] int append(int fd, const std::string& record) {
+[[nodiscard]] int append(int fd, const Record& record) {
     ssize_t written = 0;
     const int error = uninterrupted([&] {
-        written = ::write(fd, record.data(), record.size());
+        written = ::write(fd, record.data.get(), record.length);
         return written >= 0;
     });
-    return error == 0 && static_cast<std::size_t>(written) < record.size() ? ENOSPC : error;
+    return error == 0 && static_cast<std::size_t>(written) < record.length ? ENOSPC : error;
 }
 
-[[nodiscard]] int append_and_close(UniqueFd& file, off_t end, const std::string& record) {
-    int error = refuse_partial(end, record.size());
+[[nodiscard]] int append_and_close(UniqueFd& file, off_t end, const Record& record) {
+    int error = refuse_partial(end, record.length);
     if (error == 0) {
-        error = reserve(file.get(), end, record.size());
+        error = reserve(file.get(), end, record.length);
     }
     if (error == 0) {
         error = append(file.get(), record);
@@ -228,7 +232,7 @@ vyn_result read_packets(uint8_t** bufs, uint32_t& record_count, uint32_t* lens, 
         return VYN_NULL_POINTER;
     }
     RecordReader reader(file.get(), static_cast<uint64_t>(status.st_size));
-    Header header;
+    Packet packet;
     uint32_t count = 0;
     vyn_result last = VYN_NOT_SERIALIZED;
     while (count < VYN_MAX_RECORDS) {
@@ -237,7 +241,7 @@ vyn_result read_packets(uint8_t** bufs, uint32_t& record_count, uint32_t* lens, 
             return VYN_NOT_SERIALIZED;
         }
         if (outcome == RecordReader::Outcome::kRecord &&
-            !parse_packet(reader.data(), reader.length(), header)) {
+            !packet.read(reader.data(), reader.length())) {
             outcome = RecordReader::Outcome::kDamaged;
         }
         if (outcome == RecordReader::Outcome::kDamaged) {
@@ -247,7 +251,8 @@ vyn_result read_packets(uint8_t** bufs, uint32_t& record_count, uint32_t* lens, 
         if (outcome != RecordReader::Outcome::kRecord || bufs[count] == nullptr) {
             break;
         }
-        last = write_packet(header, PacketOut{bufs[count], UINT32_MAX, &lens[count]});
+        lens[count] = static_cast<uint32_t>(packet.length());
+        last = packet.write(bufs[count]) ? VYN_OK : VYN_NOT_SERIALIZED;
         ++count;
     }
     if (last == VYN_OK) {
@@ -259,11 +264,14 @@ vyn_result read_packets(uint8_t** bufs, uint32_t& record_count, uint32_t* lens, 
 // ---- Storing ------------------------------------------------------------------------------------
 
 vyn_result store_packet(const uint8_t* pkt, int32_t pkt_len, const char* path) {
-    Header header;
-    if (pkt_len < 0 || !parse_packet(pkt, static_cast<uint32_t>(pkt_len), header)) {
+    Packet packet;
+    if (pkt_len < 0 || !packet.read(pkt, static_cast<uint32_t>(pkt_len))) {
         return VYN_BAD_BODY;
     }
-    const std::string record = delimited(header);
+    Record record;
+    if (!make_record(packet, record)) {
+        return VYN_NOT_SERIALIZED;
+    }
     // Not to wait for a FIFO's reader, nor to become a terminal's process.
     constexpr int kFlags = O_WRONLY | O_CREAT | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
     constexpr mode_t kMode = 0666;

@@ -51,7 +51,7 @@ uint32_t cnvrt_hdr_to_protobuf(const msg_hdr* hdr, uint8_t* out_buf, uint32_t ou
         return VYN_NULL_POINTER;
     }
     return vyn::guarded(VYN_NOT_SERIALIZED, [&] {
-        return vyn::record_to_wire(*hdr, body, body_len, PacketOut{out_buf, out_buf_size, out_len});
+        return vyn::record_to_wire(*hdr, {body, body_len}, {out_buf, out_buf_size, out_len});
     });
 }
 

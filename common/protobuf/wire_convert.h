@@ -5,25 +5,11 @@
 #include <cstdint>
 
 #include "proto_helper.h"
-#include "vyn_header_v3.pb.h"
+#include "protobuf/packet_writer.h"
 
 namespace vyn {
 
-// Where a packet goes, and where its length is told.
-struct PacketOut {
-    uint8_t* data;
-    uint32_t capacity;
-    uint32_t* length;
-};
-
-// False for bytes that are no `Header`, and for more than protobuf can count.
-[[nodiscard]] bool parse_packet(const uint8_t* data, uint32_t length, Header& header);
-
-// Tells the length, then writes the packet if it fits: VYN_OK, VYN_DOES_NOT_FIT or
-// VYN_NOT_SERIALIZED.
-[[nodiscard]] vyn_result write_packet(const Header& header, const PacketOut& out);
-
-[[nodiscard]] vyn_result record_to_wire(const msg_hdr& hdr, const uint8_t* body, uint32_t body_len,
+[[nodiscard]] vyn_result record_to_wire(const msg_hdr& hdr, const SentBody& body,
                                         const PacketOut& out);
 [[nodiscard]] vyn_result json_to_wire(const char* json, const PacketOut& out);
 [[nodiscard]] vyn_result wire_to_json(const uint8_t* pkt, uint32_t pkt_len, char* json_out,

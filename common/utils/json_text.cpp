@@ -1,0 +1,142 @@
+#include "utils/json_text.h"
+
+#include <array>
+#include <charconv>
+#include <cstring>
+
+namespace vyn {
+namespace {
+
+// What follows the backslash; 0 for a character that stands for itself.
+constexpr char kHex = 'u';
+constexpr std::array<char, 256> kEscapes = [] {
+    std::array<char, 256> escapes{};
+    for (std::size_t control = 0; control < ' '; ++control) {
+        escapes[control] = kHex;
+    }
+    escapes['\b'] = 'b';
+    escapes['\t'] = 't';
+    escapes['\n'] = 'n';
+    escapes['\f'] = 'f';
+    escapes['\r'] = 'r';
+    escapes['"'] = '"';
+    escapes['/'] = '/';
+    escapes['\\'] = '\\';
+    return escapes;
+}();
+
+char escape_of(char c) { return kEscapes[static_cast<unsigned char>(c)]; }
+
+char* write_escape(char* out, char c) {
+    constexpr char kDigits[] = "0123456789abcdef";
+    const char escape = escape_of(c);
+    *out++ = '\\';
+    *out++ = escape;
+    if (escape == kHex) {
+        out = write_plain(out, "00");
+        *out++ = kDigits[static_cast<unsigned char>(c) >> 4];
+        *out++ = kDigits[c & 0xF];
+    }
+    return out;
+}
+
+// ---- Eight characters at once -------------------------------------------------------------------
+
+using Block = uint64_t;
+
+constexpr Block repeated(unsigned char byte) { return 0x0101010101010101U * byte; }
+
+// The highest bit of the first byte that is zero, and of no byte in front of it; what stands behind
+// it says nothing.
+constexpr Block first_zero(Block block) { return (block - repeated(1)) & ~block & repeated(0x80); }
+
+// The same for the first character that needs an escape.
+constexpr Block first_escape(Block block) {
+    return first_zero(block ^ repeated('"')) | first_zero(block ^ repeated('\\')) |
+           first_zero(block ^ repeated('/')) | first_zero(block & repeated(0xE0));
+}
+
+// How many characters stand in front of it.
+std::size_t characters_before(Block found) {
+#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+    return static_cast<std::size_t>(__builtin_ctzll(found)) / 8;
+#else
+#error "the first character is expected in the lowest byte"
+#endif
+}
+
+}  // namespace
+
+std::size_t escaped_length(std::string_view text) {
+    std::size_t length = text.size();
+    for (const char c : text) {
+        const char escape = escape_of(c);
+        length += escape == 0 ? 0 : escape == kHex ? kMaxEscape - 1 : 1;
+    }
+    return length;
+}
+
+char* write_escaped(char* out, std::string_view text) {
+    const char* at = text.data();
+    const char* const end = at + text.size();
+    while (static_cast<std::size_t>(end - at) >= sizeof(Block)) {
+        // There is room for the block: what is left takes no less than itself.
+        Block block = 0;
+        std::memcpy(&block, at, sizeof block);
+        std::memcpy(out, &block, sizeof block);
+        const Block found = first_escape(block);
+        const std::size_t plain = found == 0 ? sizeof block : characters_before(found);
+        at += plain;
+        out += plain;
+        if (found != 0) {
+            out = write_escape(out, *at++);
+        }
+    }
+    for (; at != end; ++at) {
+        if (escape_of(*at) == 0) {
+            *out++ = *at;
+        } else {
+            out = write_escape(out, *at);
+        }
+    }
+    return out;
+}
+
+// ---- Objects ------------------------------------------------------------------------------------
+
+void ObjectWriter::key(std::string_view key) {
+    end_ = write_plain(end_, empty() ? "{ \"" : ", \"");
+    end_ = write_plain(end_, key);
+    end_ = write_plain(end_, "\": ");
+}
+
+void ObjectWriter::text(std::string_view key, std::string_view value) {
+    this->key(key);
+    *end_++ = '"';
+    end_ = write_escaped(end_, value);
+    *end_++ = '"';
+}
+
+void ObjectWriter::number(std::string_view key, int64_t value) {
+    this->key(key);
+    end_ = std::to_chars(end_, end_ + kMaxNumber, value).ptr;
+}
+
+void ObjectWriter::text_if_set(std::string_view key, const char* value) {
+    if (*value != '\0') {
+        text(key, value);
+    }
+}
+
+void ObjectWriter::number_if_set(std::string_view key, int64_t value) {
+    if (value != 0) {
+        number(key, value);
+    }
+}
+
+std::string_view ObjectWriter::finish() {
+    end_ = write_plain(end_, " }");
+    return written();
+}
+
+}  // namespace vyn

@@ -1,0 +1,57 @@
+// JSON text as json-c renders it, where its shape is known beforehand: no tree, no allocation.
+#ifndef VYN_COMMON_UTILS_JSON_TEXT_H
+#define VYN_COMMON_UTILS_JSON_TEXT_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+namespace vyn {
+
+// The longest escape, \u00xx, for one character.
+constexpr std::size_t kMaxEscape = 6;
+
+// The length of a text inside its quotes.
+[[nodiscard]] std::size_t escaped_length(std::string_view text);
+
+// Writes that many characters; returns their end.
+char* write_escaped(char* out, std::string_view text);
+
+inline char* write_plain(char* out, std::string_view text) {
+    return out + text.copy(out, text.size());
+}
+
+// Writes the members of an object one after the other, into room that is there.
+class ObjectWriter {
+public:
+    // What a member takes beside its key and its value, and a number with its sign.
+    static constexpr std::size_t kMemberOverhead = sizeof(R"(, "": "")") - 1;
+    static constexpr std::size_t kMaxNumber = sizeof("-9223372036854775808") - 1;
+
+    explicit ObjectWriter(char* out) : start_(out), end_(out) {}
+
+    void text(std::string_view key, std::string_view value);
+    void number(std::string_view key, int64_t value);
+
+    // Members that are empty or zero are not set, and need no key.
+    void text_if_set(std::string_view key, const char* value);
+    void number_if_set(std::string_view key, int64_t value);
+
+    [[nodiscard]] bool empty() const { return end_ == start_; }
+    // Without the brace at the end.
+    [[nodiscard]] std::string_view written() const {
+        return {start_, static_cast<std::size_t>(end_ - start_)};
+    }
+    // With it.
+    [[nodiscard]] std::string_view finish();
+
+private:
+    void key(std::string_view key);
+
+    char* start_;
+    char* end_;
+};
+
+}  // namespace vyn
+
+#endif  // VYN_COMMON_UTILS_JSON_TEXT_H
