@@ -69,7 +69,14 @@ set_source_files_properties(${VYN_GENERATED_DIR}/onboarding.pb.cc PROPERTIES
 add_library(vyn_catalogue OBJECT ${vyn_generated_sources})
 target_include_directories(vyn_catalogue SYSTEM PUBLIC ${VYN_GENERATED_DIR})
 target_link_libraries(vyn_catalogue PUBLIC protobuf::libprotobuf)
-target_compile_options(vyn_catalogue PRIVATE -w)
+# Small, but for the messages that are sent all the time.
+set(VYN_FREQUENT_SCHEMAS vyn_header_v3 telemetry telemetry_svc_a2a trip notification heartbeat
+    command_req command_resp)
+target_compile_options(vyn_catalogue PRIVATE -w $<$<CONFIG:Release,RelWithDebInfo>:-Os>)
+foreach(schema IN LISTS VYN_FREQUENT_SCHEMAS)
+    set_source_files_properties(${VYN_GENERATED_DIR}/${schema}.pb.cc PROPERTIES
+        COMPILE_OPTIONS $<$<CONFIG:Release,RelWithDebInfo>:-O2>)
+endforeach()
 if(VYN_SANITIZE)
     # Generated code is not what the sanitizers are to find faults in, and takes them minutes.
     target_compile_options(vyn_catalogue PRIVATE -fno-sanitize=all -g0)

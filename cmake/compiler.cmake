@@ -14,9 +14,28 @@ if(VYN_SANITIZE)
     add_link_options(-fsanitize=${VYN_SANITIZE})
 else()
     # A symbol that nothing provides is an error here, not on the unit.
-    string(APPEND CMAKE_SHARED_LINKER_FLAGS " -Wl,-z,defs,-Bsymbolic-functions")
+    string(APPEND CMAKE_SHARED_LINKER_FLAGS " -Wl,-z,defs")
 endif()
 
 add_library(vyn_own_code INTERFACE)
 target_compile_options(vyn_own_code INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wformat=2
     -Wconversion $<$<BOOL:${VYN_WARNINGS_AS_ERRORS}>:-Werror>)
+
+# Relocations of addresses in a compact form, which the dynamic linker of glibc 2.36 and later reads.
+include(CheckCXXSourceCompiles)
+set(CMAKE_REQUIRED_LINK_OPTIONS -Wl,--fatal-warnings,-z,pack-relative-relocs)
+check_cxx_source_compiles("
+    #include <features.h>
+    #if !__GLIBC_PREREQ(2, 36)
+    #error too old
+    #endif
+    int main() {}" VYN_HAVE_PACKED_RELOCATIONS)
+unset(CMAKE_REQUIRED_LINK_OPTIONS)
+option(VYN_PACK_RELOCATIONS "Needs glibc 2.36 where the library runs"
+    ${VYN_HAVE_PACKED_RELOCATIONS})
+
+# What the library is linked with for loading fast.
+set(VYN_FAST_LOADING "-Wl,--dynamic-list=${CMAKE_CURRENT_LIST_DIR}/preemptible.list")
+if(VYN_PACK_RELOCATIONS)
+    list(APPEND VYN_FAST_LOADING -Wl,-z,pack-relative-relocs)
+endif()
