@@ -1,4 +1,4 @@
-// The three conversions, each beside the plain chain of calls and beside its floor.
+// The work on packets, each beside the plain chain of steps and beside its floor.
 //
 // Times on a shared machine change by half within seconds, and medians of variants that run one
 // after the other with them. So the three variants of a row take turns every few calls and are
@@ -16,9 +16,11 @@
 #include <string_view>
 #include <vector>
 
+#include "allocations.h"
 #include "floor.h"
 #include "json_helper.h"
 #include "logger.h"
+#include "packet_files.h"
 #include "plain_chain.h"
 #include "proto_helper.h"
 #include "samples.h"
@@ -103,6 +105,9 @@ struct Work {
     Conversion library;
     Conversion plain;
     Conversion floor;
+    // What comes before a series of calls, and what shows its result when that is not the output.
+    void (*start)(const Sample& sample) = nullptr;
+    void (*look)(Output& out) = nullptr;
 };
 
 constexpr Work kWorks[] = {
@@ -113,12 +118,32 @@ constexpr Work kWorks[] = {
     {"record_to_wire", VYN_PACKET_CAPACITY, library::record_to_wire, plain::record_to_wire,
      floor::record_to_wire},
     {"restamp", VYN_PACKET_CAPACITY, library::restamp, plain::restamp, floor::restamp},
+    {"store", packet_files::kLongestBody, packet_files::store, packet_files::store_plainly,
+     packet_files::store_floor, packet_files::start_storing, packet_files::look},
+    {"read", packet_files::kLongestBody, packet_files::read, packet_files::read_plainly,
+     packet_files::read_floor, packet_files::start_reading},
+};
+
+// What the library is to reach, from a length of the body on; the last line that fits holds.
+struct Goal {
+    std::string_view work;
+    std::size_t body_length;
+    double times_faster;  // with a binary body
+    double above_floor;
+};
+constexpr double kNone = 0;
+constexpr Goal kGoals[] = {
+    {"wire_to_json", 0, 12, kNone},    {"wire_to_json", 1000, 6, 2},
+    {"wire_to_json", 6000, 3, 1.25},   {"json_to_wire", 1000, kNone, 1.25},
+    {"record_to_wire", 0, kNone, 1.6}, {"restamp", 0, 2, kNone},
+    {"store", 0, kNone, 1.3},          {"read", 0, kNone, 1.3},
 };
 
 // The table's columns, and the counters of a row.
 constexpr char kLibraryTime[] = "library us";
 constexpr char kTimesFaster[] = "plain/library";
 constexpr char kAboveFloor[] = "library/floor";
+constexpr char kAllocations[] = "allocations";
 
 // One line of the table.
 struct Row {
@@ -127,6 +152,19 @@ struct Row {
 
     [[nodiscard]] std::string name() const { return std::string(work.name) + "/" + sample.name; }
 };
+
+Goal goal_of(const Row& row) {
+    Goal goal{};
+    for (const Goal& candidate : kGoals) {
+        if (candidate.work == row.work.name && candidate.body_length <= row.sample.body.size()) {
+            goal = candidate;
+        }
+    }
+    if (row.sample.record.encoding_type != MSG_ENCODING_BINARY) {
+        goal.times_faster = kNone;
+    }
+    return goal;
+}
 
 std::vector<Row> make_rows(const std::vector<Sample>& samples) {
     std::vector<Row> rows;
@@ -146,12 +184,22 @@ bool writes_the_same(const Row& row) {
     Output library{};
     Output plain{};
     Output floor{};
+    const auto run = [&row](Conversion convert, Output& out) {
+        if (row.work.start != nullptr) {
+            row.work.start(row.sample);
+        }
+        const bool done = convert(row.sample, out);
+        if (row.work.look != nullptr) {
+            row.work.look(out);
+        }
+        return done;
+    };
     const auto bytes = [](const Output& out) {
         return std::string_view(reinterpret_cast<const char*>(out.bytes), out.length);
     };
     const char* fault = nullptr;
-    if (!row.work.library(row.sample, library) || !row.work.plain(row.sample, plain) ||
-        !row.work.floor(row.sample, floor)) {
+    if (!run(row.work.library, library) || !run(row.work.plain, plain) ||
+        !run(row.work.floor, floor)) {
         fault = "a conversion failed";
     } else if (bytes(library) != bytes(plain)) {
         fault = "library and plain chain write different bytes";
@@ -172,14 +220,17 @@ double cpu_seconds() {
 }
 
 // The CPU time of one call in seconds; not a number when it failed.
-double time_call(Conversion convert, const Sample& sample) {
+double time_call(const Row& row, Conversion convert) {
     // So many that reading the clock does not count, so few that the variants take turns often.
     constexpr int kCalls = 32;
     static Output out;
     bool done = true;
+    if (row.work.start != nullptr) {
+        row.work.start(row.sample);
+    }
     const double start = cpu_seconds();
     for (int call = 0; call < kCalls; ++call) {
-        done = convert(sample, out) && done;
+        done = convert(row.sample, out) && done;
         benchmark::ClobberMemory();
     }
     const double seconds = (cpu_seconds() - start) / kCalls;
@@ -191,13 +242,25 @@ void measure(benchmark::State& state, const Row& row) {
     double plain = 0;
     double floor = 0;
     for (auto _ : state) {
-        library += time_call(row.work.library, row.sample);
-        plain += time_call(row.work.plain, row.sample);
-        floor += time_call(row.work.floor, row.sample);
+        library += time_call(row, row.work.library);
+        plain += time_call(row, row.work.plain);
+        floor += time_call(row, row.work.floor);
     }
     state.counters[kLibraryTime] = 1e6 * library / static_cast<double>(state.iterations());
     state.counters[kTimesFaster] = plain / library;
     state.counters[kAboveFloor] = library / floor;
+    const std::size_t before = allocations();
+    static Output out;
+    (void)row.work.library(row.sample, out);
+    state.counters[kAllocations] = static_cast<double>(allocations() - before);
+}
+
+std::string shown_goal(const char* relation, double goal) {
+    char text[16] = "";
+    if (goal != kNone) {
+        std::snprintf(text, sizeof text, "%s%g", relation, goal);
+    }
+    return text;
 }
 
 // Keeps the median of each row's counters.
@@ -225,16 +288,21 @@ public:
         std::printf(
             "\nMedians of CPU time: plain/library is how many times faster the library is "
             "than the plain\nchain, library/floor how many times slower than the floor.\n");
-        std::printf("%-15s %-12s %11s %14s %14s\n", "work", "body", kLibraryTime, kTimesFaster,
-                    kAboveFloor);
+        std::printf("%-15s %-12s %11s %14s %7s %14s %7s %12s\n", "work", "body", kLibraryTime,
+                    kTimesFaster, "goal", kAboveFloor, "goal", kAllocations);
         for (const Row& row : rows) {
             const auto found = counters_.find(row.name());
-            if (found != counters_.end()) {
-                const benchmark::UserCounters& counters = found->second;
-                std::printf("%-15s %-12s %11.2f %14.2f %14.2f\n", row.work.name,
-                            row.sample.name.c_str(), counters.at(kLibraryTime).value,
-                            counters.at(kTimesFaster).value, counters.at(kAboveFloor).value);
+            if (found == counters_.end()) {
+                continue;
             }
+            const benchmark::UserCounters& counters = found->second;
+            const Goal goal = goal_of(row);
+            std::printf("%-15s %-12s %11.2f %14.2f %7s %14.2f %7s %12.0f\n", row.work.name,
+                        row.sample.name.c_str(), counters.at(kLibraryTime).value,
+                        counters.at(kTimesFaster).value,
+                        shown_goal(">=", goal.times_faster).c_str(), counters.at(kAboveFloor).value,
+                        shown_goal("<=", goal.above_floor).c_str(),
+                        counters.at(kAllocations).value);
         }
     }
 

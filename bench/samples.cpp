@@ -131,7 +131,7 @@ Sample make_sample(const std::string& body, uint32_t encoding_type) {
 
 std::vector<Sample> make_samples() {
     std::vector<Sample> samples;
-    for (const std::size_t length : {64U, 1000U, 6000U}) {
+    for (const std::size_t length : {64U, 1000U, 6000U, 16000U}) {
         samples.push_back(make_sample(binary_body(length), MSG_ENCODING_BINARY));
     }
     for (const std::size_t length : {1000U, 8000U, 20000U}) {

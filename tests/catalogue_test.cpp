@@ -14,6 +14,7 @@
 
 #include "proto_helper.h"
 #include "support/log_trap.h"
+#include "vyn_header_v3.pb.h"
 
 namespace {
 
@@ -97,6 +98,13 @@ std::vector<const Descriptor*> all_messages() {
 
 std::unique_ptr<Message> new_message(const Descriptor* type) {
     return std::unique_ptr<Message>(MessageFactory::generated_factory()->GetPrototype(type)->New());
+}
+
+// A program may hold a copy of the library's data, which must be the library's too.
+TEST(Catalogue, DefaultInstancesAreOneInProgramAndLibrary) {
+    EXPECT_EQ(MessageFactory::generated_factory()->GetPrototype(Header::descriptor()),
+              &Header::default_instance());
+    EXPECT_EQ(&Header().property_bag(), &Header_Property_bag::default_instance());
 }
 
 TEST(Catalogue, IsRegisteredWhole) {

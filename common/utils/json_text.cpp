@@ -40,9 +40,25 @@ char* write_escape(char* out, char c) {
     return out;
 }
 
+// What the escapes add to the length of a text.
+std::size_t length_of_escapes(std::string_view text) {
+    std::size_t length = 0;
+    for (const char c : text) {
+        const char escape = escape_of(c);
+        length += escape == 0 ? 0 : escape == kHex ? kMaxEscape - 1 : 1;
+    }
+    return length;
+}
+
 // ---- Eight characters at once -------------------------------------------------------------------
 
 using Block = uint64_t;
+
+Block load(const char* text) {
+    Block block = 0;
+    std::memcpy(&block, text, sizeof block);
+    return block;
+}
 
 constexpr Block repeated(unsigned char byte) { return 0x0101010101010101U * byte; }
 
@@ -69,11 +85,13 @@ std::size_t characters_before(Block found) {
 
 std::size_t escaped_length(std::string_view text) {
     std::size_t length = text.size();
-    for (const char c : text) {
-        const char escape = escape_of(c);
-        length += escape == 0 ? 0 : escape == kHex ? kMaxEscape - 1 : 1;
+    while (text.size() >= sizeof(Block)) {
+        if (first_escape(load(text.data())) != 0) {
+            length += length_of_escapes(text.substr(0, sizeof(Block)));
+        }
+        text.remove_prefix(sizeof(Block));
     }
-    return length;
+    return length + length_of_escapes(text);
 }
 
 char* write_escaped(char* out, std::string_view text) {
@@ -81,8 +99,7 @@ char* write_escaped(char* out, std::string_view text) {
     const char* const end = at + text.size();
     while (static_cast<std::size_t>(end - at) >= sizeof(Block)) {
         // There is room for the block: what is left takes no less than itself.
-        Block block = 0;
-        std::memcpy(&block, at, sizeof block);
+        const Block block = load(at);
         std::memcpy(out, &block, sizeof block);
         const Block found = first_escape(block);
         const std::size_t plain = found == 0 ? sizeof block : characters_before(found);

@@ -1,0 +1,13 @@
+// How often the program has taken memory from the heap.
+#ifndef VYN_BENCH_ALLOCATIONS_H
+#define VYN_BENCH_ALLOCATIONS_H
+
+#include <cstddef>
+
+namespace bench {
+
+std::size_t allocations();
+
+}  // namespace bench
+
+#endif  // VYN_BENCH_ALLOCATIONS_H
