@@ -1,9 +1,11 @@
-// Packet files: any bytes read as one, and what was read stored again. The input: a line of the
-// number of buffers, a line of a number by which the bytes are repeated, then the bytes.
+// Packet files: any bytes read as one, what was read stored again, and that file damaged. The input:
+// a line of the number of buffers, a line of a number by which the bytes are repeated, which is also
+// where the damage is, then the bytes.
+#include <google/protobuf/io/coded_stream.h>
 #include <sys/mman.h>
-#include <unistd.h>
 
 #include <algorithm>
+#include <fstream>
 #include <vector>
 
 #include "fuzz.h"
@@ -12,71 +14,91 @@
 using vyn_fuzz::Buffer, vyn_fuzz::require;
 using Records = std::vector<std::string>;
 
-constexpr uint32_t kLimit = 2 * VYN_MAX_RECORDS;
-constexpr std::size_t kFew = 8;  // so many empty ones are no damage
-static const int file = memfd_create("packets", MFD_CLOEXEC);
-static const std::string path = "/proc/self/fd/" + std::to_string(file);
+constexpr uint32_t kMostBytes = 6 * VYN_MAX_RECORDS;  // more than one block of the reader
+constexpr std::size_t kFew = 8;                       // so many empty ones are no damage
+constexpr int kMaxPrefix = 5;                         // bytes of a length
+static const std::string path =
+    "/proc/self/fd/" + std::to_string(memfd_create("packets", MFD_CLOEXEC));
 
-// Reads with so many buffers, each for any record of this file. More than a few are shared.
-static Records read_file(std::size_t count) {
-    const std::size_t largest = static_cast<std::size_t>(::lseek(file, 0, SEEK_END)) + 5;
-    std::vector<Buffer> buffers;
-    for (std::size_t i = 0; i < kFew; ++i) {
-        buffers.emplace_back(largest);
-    }
-    std::vector<uint8_t*> slots(std::min<std::size_t>(count + 1, VYN_MAX_RECORDS), nullptr);
-    for (std::size_t i = 0; i < std::min(count, slots.size()); ++i) {
-        slots[i] = buffers[i % kFew].bytes();
-    }
-    std::vector<uint32_t> lengths(std::min(count, slots.size()));
-    uint32_t read = vyn_test::kUntouched;
-    const uint32_t code =
-        read_proto_msg_from_file(slots.data(), &read, lengths.data(), path.c_str());
-    require(code == (read > 0 ? VYN_OK : VYN_NOT_SERIALIZED) && read <= lengths.size(), "a count");
+// What a file of these bytes holds, up to the first damage.
+static Records records_in(const std::string& bytes) {
     Records records;
-    for (std::size_t i = 0; i < read; ++i) {
-        const uint8_t* record = buffers[i % kFew].bytes();
-        records.emplace_back(record, record + lengths[i]);
+    Header header;
+    for (std::size_t at = 0; at < bytes.size() && records.size() < VYN_MAX_RECORDS;) {
+        google::protobuf::io::CodedInputStream rest(vyn_test::bytes_of(bytes) + at,
+                                                    static_cast<int>(bytes.size() - at));
+        uint64_t length = 0;
+        std::string record;
+        if ((bytes.size() - at > kFew && bytes.find_first_not_of('\0', at) == std::string::npos) ||
+            !rest.ReadVarint64(&length) || rest.CurrentPosition() > kMaxPrefix ||
+            length > bytes.size() || !rest.ReadString(&record, static_cast<int>(length)) ||
+            !header.ParseFromString(record)) {
+            break;
+        }
+        records.push_back(header.SerializeAsString());
+        at += static_cast<std::size_t>(rest.CurrentPosition());
     }
     return records;
 }
 
-// Whether a packet can be.
-static bool store(const std::string& pkt) {
-    const Buffer in(pkt);
+// Reads a file of these bytes with so many buffers, each of its record's size, and returns what the
+// file holds.
+static Records read_as_they_are(const std::string& bytes, std::size_t count = kFew) {
+    std::ofstream(path) << bytes;
+    Records records = records_in(bytes);
+    std::vector<Buffer> buffers;
+    std::vector<uint8_t*> slots;
+    for (std::size_t i = 0; i <= records.size(); ++i) {
+        buffers.emplace_back(i < records.size() ? records[i].size() : 0);
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+        slots.push_back(buffers[std::min(i, records.size())].bytes());
+    }
+    slots.resize(std::min<std::size_t>(count + 1, VYN_MAX_RECORDS), nullptr);
+    std::vector<uint32_t> lengths(count);
+    uint32_t read = vyn_test::kUntouched;
     const uint32_t code =
-        store_proto_msg_to_file(in.bytes(), static_cast<int32_t>(in.size), path.c_str());
-    require(code == (Header().ParseFromString(pkt) ? VYN_OK : VYN_BAD_BODY),
-            "any packet is stored");
-    return code == VYN_OK;
+        read_proto_msg_from_file(slots.data(), &read, lengths.data(), path.c_str());
+    require(
+        code == (read > 0 ? VYN_OK : VYN_NOT_SERIALIZED) && read == std::min(count, records.size()),
+        "all records up to the damage");
+    for (std::size_t i = 0; i < read; ++i) {
+        require(lengths[i] == records[i].size() && buffers[i].contents() == records[i], "a record");
+    }
+    return records;
 }
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     (void)vyn_test::take_log();
     std::string input(reinterpret_cast<const char*>(data), size);
-    const uint32_t count = 1 + vyn_fuzz::take_number(input) % kLimit;
-    const uint32_t times = vyn_fuzz::take_number(input) % kLimit;
+    const uint32_t count = 1 + vyn_fuzz::take_number(input) % VYN_MAX_RECORDS;
+    const uint32_t times = vyn_fuzz::take_number(input) % kMostBytes;
     std::string bytes = input;
-    for (uint32_t i = 1; i < times && bytes.size() < kLimit; ++i) {
+    for (uint32_t i = 1; i < times && bytes.size() < kMostBytes; ++i) {
         bytes += input;
     }
-    require(::ftruncate(file, 0) == 0 && ::pwrite(file, bytes.data(), bytes.size(), 0) >= 0,
-            "a file");
-    const std::size_t all = read_file(count).size();
-    Records records = read_file(kFew);
-    require(std::min<std::size_t>(count, records.size()) == std::min(all, kFew),
-            "the same records");
+    Records records = read_as_they_are(bytes, count);
 
-    require(::ftruncate(file, 0) == 0, "a new file");
+    std::ofstream{path};
+    Header last;
+    const bool read = last.ParseFromString(input);
+    records.resize(std::min(records.size(), kFew - 1));
+    records.push_back(input);
     for (const std::string& record : records) {
-        require(store(record), "what was read is stored");
+        const Buffer in(record);
+        require(store_proto_msg_to_file(in.bytes(), static_cast<int>(in.size), path.c_str()) ==
+                    (&record != &records.back() || read ? VYN_OK : VYN_BAD_BODY),
+                "any packet is stored");
     }
-    require(read_file(kFew) == records, "what was stored is read");
-    if (store(input) && records.size() < kFew) {
-        Header header;
-        (void)header.ParseFromString(input);
-        records.push_back(header.SerializeAsString());
-    }
-    require(read_file(kFew) == records, "a packet that was stored is read");
+    records.back() = last.SerializeAsString();
+    records.resize(records.size() - (read ? 0 : 1));
+    std::ifstream file(path);
+    std::string whole(std::istreambuf_iterator<char>(file), {});
+    require(records_in(whole) == records, "what was stored is there");
+
+    const std::size_t at = times % (whole.size() + 1);
+    (void)read_as_they_are(whole.substr(0, at));
+    (void)read_as_they_are(std::string(whole).replace(at, 1, 1, static_cast<char>(count)));
+    (void)read_as_they_are(whole.insert(at, input, 0, kFew));
     return 0;
 }
