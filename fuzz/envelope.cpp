@@ -72,7 +72,7 @@ static std::string bytes_in(const msg_hdr& hdr) {
 // what it reads, but for odd numbers: of 01e it makes 01, and of that 1.
 static std::string rendered(const std::string& json) {
     json_object* root = json_tokener_parse(json.c_str());
-    const std::string text = root != nullptr ? json_object_get_string(root) : "";
+    std::string text = root != nullptr ? json_object_get_string(root) : "";
     (void)json_object_put(root);
     return text;
 }

@@ -79,7 +79,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     Records records = read_as_they_are(bytes, count);
 
-    std::ofstream{path};
+    const std::ofstream emptied(path);
     Header last;
     const bool read = last.ParseFromString(input);
     records.resize(std::min(records.size(), kFew - 1));
