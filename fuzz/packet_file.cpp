@@ -1,6 +1,5 @@
-// Packet files: any bytes read as one, what was read stored again, and that file damaged. The input:
-// a line of the number of buffers, a line of a number by which the bytes are repeated, which is also
-// where the damage is, then the bytes.
+// Packet files: any bytes read as one, what was read stored, and that damaged. The input: a line of
+// the number of buffers, a line of how often the bytes repeat or where the damage is, then the bytes.
 #include <google/protobuf/io/coded_stream.h>
 #include <sys/mman.h>
 
@@ -17,8 +16,7 @@ using Records = std::vector<std::string>;
 constexpr uint32_t kMostBytes = 6 * VYN_MAX_RECORDS;  // more than one block of the reader
 constexpr std::size_t kFew = 8;                       // so many empty ones are no damage
 constexpr int kMaxPrefix = 5;                         // bytes of a length
-static const std::string path =
-    "/proc/self/fd/" + std::to_string(memfd_create("packets", MFD_CLOEXEC));
+static const std::string path = "/proc/self/fd/" + std::to_string(memfd_create("packets", 0));
 
 // What a file of these bytes holds, up to the first damage.
 static Records records_in(const std::string& bytes) {
@@ -41,8 +39,7 @@ static Records records_in(const std::string& bytes) {
     return records;
 }
 
-// Reads a file of these bytes with so many buffers, each of its record's size, and returns what the
-// file holds.
+// What a file of these bytes holds; it is read with so many buffers, each of its record's size.
 static Records read_as_they_are(const std::string& bytes, std::size_t count = kFew) {
     std::ofstream(path) << bytes;
     Records records = records_in(bytes);

@@ -50,21 +50,17 @@ static void restamp(const std::string& pkt, uint32_t status) {
             "the packet with its status");
 }
 
-// The digest that another library makes.
-static void checksum(const std::string& pkt) {
-    const Buffer in(pkt);
-    const Buffer digest(std::string(65, '\0'));
-    g_autofree char* expected = g_compute_checksum_for_data(G_CHECKSUM_SHA256, in.bytes(), in.size);
-    require(calculate_checksum(in.bytes(), in.size, digest.text.get(), digest.size) == 1 &&
-                std::strcmp(digest.text.get(), expected) == 0,
-            "a digest");
-}
-
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string pkt(reinterpret_cast<const char*>(data), size);
     const uint32_t how = vyn_fuzz::take_number(pkt);
     restamp(pkt, how);
-    checksum(pkt);
+    const Buffer digest(std::string(65, '\0'));
+    g_autofree char* expected =
+        g_compute_checksum_for_data(G_CHECKSUM_SHA256, vyn_test::bytes_of(pkt), pkt.size());
+    require(calculate_checksum(vyn_test::bytes_of(pkt), vyn_test::length_of(pkt), digest.text.get(),
+                               digest.size) == 1 &&
+                std::strcmp(digest.text.get(), expected) == 0,
+            "the digest that another library makes");
     Header body;  // of a field that comes twice the last counts
     body.set_body(std::string(how / 2 % (VYN_PACKET_CAPACITY + 1), static_cast<char>(how)));
     pkt += body.SerializeAsString();
