@@ -4,6 +4,7 @@
 #include "command.h"
 #include "io.h"
 #include "packet.h"
+#include "progress.h"
 #include "proto_helper.h"
 
 namespace vynpkt {
@@ -23,14 +24,13 @@ Examples:
 Failure not_stored(const std::string& file, const std::string& packet, uint32_t code) {
     switch (code) {
         case VYN_BAD_BODY:
-            return {ExitCode::kRefused, packet, with_code(kNotAHeader, code)};
+            return {ExitCode::kRefused, packet, kNotAHeader, code};
         case VYN_FILE_NOT_OPENED:
             return {ExitCode::kFileError, file,
-                    with_code("not a file that can be opened or made for appending", code)};
+                    "not a file that can be opened or made for appending", code};
         default:
-            return {
-                ExitCode::kFileError, file,
-                with_code(packet + " was not stored: the disk is full or writing failed", code)};
+            return {ExitCode::kFileError, file,
+                    packet + " was not stored: the disk is full or writing failed", code};
     }
 }
 
@@ -39,7 +39,7 @@ public:
     explicit Append(CLI::App& program)
         : Command(program, "append", "Add packets to a packet file", kNotes) {
         arguments().add_option("FILE", file_, "The packet file")->type_name("")->required();
-        arguments().add_option("PACKET", packets_, "The packets")->type_name("");
+        add_inputs(packets_, "PACKET", "The packets");
     }
 
     ExitCode run() override {
@@ -49,6 +49,8 @@ public:
         if (!output().empty()) {
             throw Failure(ExitCode::kUsage, "--output", "the output is the packet file");
         }
+        Progress progress(name(), packets_.size(), 1);
+        uint64_t stored = 0;
         for (const std::string& path : packets_) {
             const std::string packet = plain_packet(read_packet(path), input_name(path));
             const uint32_t code =
@@ -57,6 +59,7 @@ public:
             if (code != VYN_OK) {
                 throw not_stored(file_, input_name(path), code);
             }
+            progress.at(++stored);
         }
         return ExitCode::kDone;
     }

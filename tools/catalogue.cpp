@@ -8,7 +8,6 @@
 #include <memory>
 #include <sstream>
 
-#include "failure.h"
 #include "io.h"
 #include "nearest.h"
 #include "proto_helper.h"
@@ -137,7 +136,7 @@ const Descriptor& find_message(const std::string& name) {
     return *messages[found.front()];
 }
 
-Converted encode(const Descriptor& type, const std::string& json, const std::string& place) {
+Converted encode(const Descriptor& type, const std::string& json, const Place& place) {
     const std::unique_ptr<Message> message = new_message(type);
     const std::string& name = type.full_name();
     Converted converted;
@@ -152,7 +151,7 @@ Converted encode(const Descriptor& type, const std::string& json, const std::str
     return converted;
 }
 
-Converted decode(const Descriptor& type, const std::string& bytes, const std::string& place) {
+Converted decode(const Descriptor& type, const std::string& bytes, const Place& place) {
     const std::unique_ptr<Message> message = new_message(type);
     const std::string& name = type.full_name();
     Converted converted;

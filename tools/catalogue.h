@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "report.h"
+
 namespace vynpkt {
 
 using google::protobuf::Descriptor;
@@ -39,10 +41,9 @@ struct Converted {
 };
 
 // Place is what messages call the input. Data that is none of the type is refused.
-[[nodiscard]] Converted encode(const Descriptor& type, const std::string& json,
-                               const std::string& place);
+[[nodiscard]] Converted encode(const Descriptor& type, const std::string& json, const Place& place);
 [[nodiscard]] Converted decode(const Descriptor& type, const std::string& bytes,
-                               const std::string& place);
+                               const Place& place);
 
 }  // namespace vynpkt
 

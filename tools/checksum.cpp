@@ -25,7 +25,7 @@ std::string digest_of(const std::string& bytes, const std::string& name) {
     char digest[kDigits + 1] = "";
     if (calculate_checksum(bytes_of(std::string_view(bytes)), static_cast<uint32_t>(bytes.size()),
                            digest, sizeof digest) == 0) {
-        throw Failure(ExitCode::kRefused, name, with_code("no checksum could be computed", 0));
+        throw Failure(ExitCode::kRefused, name, "no checksum could be computed", 0);
     }
     return digest;
 }
@@ -43,7 +43,7 @@ class Checksum : public Command {
 public:
     explicit Checksum(CLI::App& program)
         : Command(program, "checksum", "Print checksums as sha256sum does", kNotes) {
-        arguments().add_option("FILE", inputs_, "What to read")->type_name("");
+        add_inputs(inputs_, "FILE", "What to read");
     }
 
     ExitCode run() override {
@@ -54,8 +54,8 @@ public:
             try {
                 digest = digest_of(read_whole(input), input_name(input));
             } catch (const Failure& failure) {
-                tell(failure.what());
-                code = std::max(code, failure.code());
+                tell(failure.remark());
+                code = std::max(code, failure.remark().exit);
                 continue;
             }
             out.write(line_of(digest, input));

@@ -1,18 +1,17 @@
 #include "command.h"
 
 #include <CLI/CLI.hpp>
-#include <iostream>
 
 namespace vynpkt {
 
 Command::Command(CLI::App& program, const char* name, const char* description, const char* notes)
     : arguments_(*program.add_subcommand(name, description)) {
-    arguments_.group("Commands");
     arguments_.footer(notes);
     arguments_
         .add_option("-o,--output", output_, "Write to FILE, which appears whole or not at all")
         ->type_name("FILE");
     arguments_.add_flag("-v,--verbose", verbose_, "Show the library's log lines");
+    arguments_.add_flag("--json", json_, "Tell errors as JSON objects; see \"vynpkt --help\"");
 }
 
 std::string Command::name() const { return arguments_.get_name(); }
@@ -23,10 +22,20 @@ void Command::add_input(std::string& path, const char* description) {
     arguments_.add_option("FILE", path, description)->type_name("");
 }
 
-void Command::tell(const std::string& message) const { vynpkt::tell(name(), message); }
+void Command::describe_json(const char* description) {
+    arguments_.get_option("--json")->description(description);
+}
 
-void tell(const std::string& command, const std::string& message) {
-    std::cerr << "vynpkt: " + command + ": " + message + "\n";
+// By CLI11's usual way of taking many, as "extra arguments", the name "[a,b]" would be a list of two
+// names. So this one wants more than there ever are, and takes all that come.
+void Command::add_inputs(std::vector<std::string>& paths, const char* name,
+                         const char* description) {
+    constexpr int kMany = CLI::detail::expected_max_vector_size - 1;
+    arguments_.add_option(name, paths, description)
+        ->type_name("")
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->expected(kMany, CLI::detail::expected_max_vector_size)
+        ->allow_extra_args(false);
 }
 
 }  // namespace vynpkt

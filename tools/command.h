@@ -1,11 +1,12 @@
-// What every command has: a name, help, the options -o and -v, and a way to say something.
+// What every command has: a name, help, the options -o, -v and --json, and a way to say something.
 #ifndef VYN_TOOLS_COMMAND_H
 #define VYN_TOOLS_COMMAND_H
 
 #include <memory>
 #include <string>
+#include <vector>
 
-#include "failure.h"
+#include "report.h"
 
 namespace CLI {
 class App;
@@ -35,19 +36,22 @@ protected:
     // Where a command registers arguments of its own.
     [[nodiscard]] CLI::App& arguments() { return arguments_; }
     void add_input(std::string& path, const char* description);
+    void add_inputs(std::vector<std::string>& paths, const char* name, const char* description);
+
+    // What --json does where it is about more than errors.
+    void describe_json(const char* description);
 
     // Empty without -o.
     [[nodiscard]] const std::string& output() const { return output_; }
-    void tell(const std::string& message) const;
+    [[nodiscard]] bool json() const { return json_; }
+    void tell(const Remark& remark) const { report(name(), remark); }
 
 private:
     CLI::App& arguments_;
     std::string output_;
     bool verbose_ = false;
+    bool json_ = false;
 };
-
-// One line on standard error.
-void tell(const std::string& command, const std::string& message);
 
 using CommandPtr = std::unique_ptr<Command>;
 

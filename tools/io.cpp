@@ -14,8 +14,6 @@
 #include <filesystem>
 #include <system_error>
 
-#include "failure.h"
-
 namespace vynpkt {
 namespace {
 
@@ -59,16 +57,19 @@ int open_input(const std::string& path) {
     return fd;
 }
 
-void append_limited(std::string& bytes, std::string_view more, const std::string& name) {
+void append_limited(std::string& bytes, std::string_view more, const Place& place) {
     if (more.size() > kMaxInMemory - bytes.size()) {
-        throw Failure(ExitCode::kRefused, name,
+        throw Failure(ExitCode::kRefused, place,
                       "longer than the " + std::to_string(kMaxInMemory >> 20) +
                           " MiB that this command takes");
     }
     bytes.append(more);
 }
 
-bool is_standard_output(const std::string& path) { return path.empty() || is_standard(path); }
+// Behind /dev/stdout may stand a file that others write to as well, which must not be replaced.
+bool is_standard_output(const std::string& path) {
+    return path.empty() || is_standard(path) || path == "/dev/stdout";
+}
 
 // A device, a pipe or a folder cannot be replaced: opening it works, or tells why not.
 int open_in_place(const std::string& path) {
@@ -117,6 +118,13 @@ Input::Input(const std::string& path)
       file_(open_input(path)),
       fd_(is_standard(path) ? STDIN_FILENO : file_.get()) {}
 
+uint64_t Input::size() const {
+    struct stat status {};
+    return ::fstat(fd_, &status) == 0 && S_ISREG(status.st_mode)
+               ? static_cast<uint64_t>(status.st_size)
+               : 0;
+}
+
 std::size_t Input::read_some(char* data, std::size_t size) {
     ssize_t got = 0;
     do {
@@ -145,7 +153,7 @@ std::string read_whole(const std::string& path) {
     std::string bytes;
     std::vector<char> piece(kPieceSize);
     while (const std::size_t got = input.read_some(piece.data(), piece.size())) {
-        append_limited(bytes, {piece.data(), got}, input.name());
+        append_limited(bytes, {piece.data(), got}, {input.name()});
     }
     return bytes;
 }
@@ -226,9 +234,7 @@ bool LineReader::next(std::string& line) {
     return any;
 }
 
-std::string LineReader::place() const {
-    return input_.name() + ": line " + std::to_string(number_);
-}
+Place LineReader::place() const { return {input_.name(), "line " + std::to_string(number_)}; }
 
 // A file beside the one that it shall replace; removed unless it did.
 class Temporary {
@@ -296,8 +302,10 @@ Output::~Output() = default;
 
 void Output::fail(int error) const { file_failure(name_, error); }
 
+bool Output::is_terminal() const { return ::isatty(fd_) != 0; }
+
 void Output::refuse_terminal() const {
-    if (::isatty(fd_) != 0) {
+    if (is_terminal()) {
         throw Failure(ExitCode::kUsage, name_,
                       "binary data does not go to a terminal; give -o FILE, or a pipe");
     }

@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "report.h"
+
 namespace vynpkt {
 
 // The most that is read into memory. No packet of the unit comes near it, and a device or an
@@ -43,6 +45,8 @@ public:
     explicit Input(const std::string& path);
 
     [[nodiscard]] const std::string& name() const { return name_; }
+    // That of a file, 0 when it cannot be known.
+    [[nodiscard]] uint64_t size() const;
     // What is there by now, at most size bytes; 0 is the end.
     [[nodiscard]] std::size_t read_some(char* data, std::size_t size);
     // Fills the buffer; less is the end.
@@ -88,8 +92,8 @@ public:
 
     // False at the end. A line comes without its newline, and the last one may lack it.
     [[nodiscard]] bool next(std::string& line);
-    // The input's name and the number of the line that was read last.
-    [[nodiscard]] std::string place() const;
+    // The line that was read last.
+    [[nodiscard]] Place place() const;
 
 private:
     [[nodiscard]] bool read_more();
@@ -114,6 +118,7 @@ public:
     Output(Output&&) = delete;
     Output& operator=(Output&&) = delete;
 
+    [[nodiscard]] bool is_terminal() const;
     // Comes before binary data, which garbles a terminal.
     void refuse_terminal() const;
     void write(std::string_view bytes);

@@ -57,16 +57,16 @@ public:
     explicit List(CLI::App& program)
         : Command(program, "list", "List the messages that the library knows", kNotes) {
         arguments().add_flag("--files", files_, "Group them by schema file");
-        arguments().add_flag("--json", json_, "Print an array of objects with name and file");
+        describe_json("Print an array of objects with name and file; errors as objects, too");
     }
 
     ExitCode run() override {
-        if (files_ && json_) {
+        if (files_ && json()) {
             throw Failure(ExitCode::kUsage, "--files",
                           "does not go with --json, which names the files anyway");
         }
         Output out(output());
-        if (json_) {
+        if (json()) {
             out.write(json_list());
         } else {
             out.write(files_ ? list_by_file() : plain_list());
@@ -77,7 +77,6 @@ public:
 
 private:
     bool files_ = false;
-    bool json_ = false;
 };
 
 }  // namespace

@@ -52,10 +52,11 @@ constexpr char kUnfitBody[] = "\"body\" is neither a string nor an object";
 struct Packet {
     std::string bytes;
     std::string loss;  // what it lacks, in words; empty when whole
+    LibraryCode code = {};
 };
 
-[[noreturn]] void refuse(const std::string& place, const std::string& reason) {
-    throw Failure(ExitCode::kRefused, place, reason);
+[[noreturn]] void refuse(const Place& place, const std::string& reason, LibraryCode code = {}) {
+    throw Failure(ExitCode::kRefused, place, reason, code);
 }
 
 bool is_blank(std::string_view text) {
@@ -94,7 +95,7 @@ std::size_t end_of_document(std::string_view text) {
 }
 
 // The library reads one document and stops there, so more of them would be lost without a word.
-void refuse_second_document(const std::string& text, const std::string& place) {
+void refuse_second_document(const std::string& text, const Place& place) {
     if (text.find('\0') != std::string::npos) {
         refuse(place, "the envelope holds a NUL byte");
     }
@@ -144,14 +145,13 @@ std::string why_not_packed(const std::string& envelope, uint32_t code) {
 }
 
 std::string loss_of(uint32_t code) {
-    return with_code(code == VYN_BAD_BODY
-                         ? "\"body\" is not base64 as its message_type says; packed without a body"
-                         : bag_too_long() + "; packed without it",
-                     code);
+    return code == VYN_BAD_BODY
+               ? "\"body\" is not base64 as its message_type says; packed without a body"
+               : bag_too_long() + "; packed without it";
 }
 
 // The body is the envelope's own.
-Packet pack_envelope(const std::string& envelope, const std::string& place) {
+Packet pack_envelope(const std::string& envelope, const Place& place) {
     Packet packet{std::string(kFieldsRoom + VYN_JSON_BODY_MAX_CHARS, '\0'), ""};
     uint32_t length = 0;
     const uint32_t code =
@@ -159,17 +159,20 @@ Packet pack_envelope(const std::string& envelope, const std::string& place) {
                                    static_cast<uint32_t>(packet.bytes.size()), &length);
     const bool soft = code == VYN_BAD_PROPERTY_BAG || (code == VYN_BAD_BODY && length > 0);
     if (code != VYN_OK && !soft) {
-        refuse(place, with_code(why_not_packed(envelope, code), code));
+        refuse(place, why_not_packed(envelope, code), code);
     }
     packet.bytes.resize(length);
-    packet.loss = soft ? loss_of(code) : "";
+    if (soft) {
+        packet.loss = loss_of(code);
+        packet.code = code;
+    }
     return packet;
 }
 
-msg_hdr read_record(const std::string& envelope, const std::string& place) {
+msg_hdr read_record(const std::string& envelope, const Place& place) {
     msg_hdr hdr{};
     if (get_msg_hdr(envelope.c_str(), &hdr) == 0) {
-        refuse(place, with_code(why_not_packed(envelope, VYN_BAD_ENVELOPE), VYN_BAD_ENVELOPE));
+        refuse(place, why_not_packed(envelope, VYN_BAD_ENVELOPE), VYN_BAD_ENVELOPE);
     }
     if (!is_object(envelope)) {
         refuse(place, "the envelope is not a JSON object");  // its record would be an empty one
@@ -177,8 +180,7 @@ msg_hdr read_record(const std::string& envelope, const std::string& place) {
     return hdr;
 }
 
-Packet pack_with_body(const std::string& envelope, const std::string& body,
-                      const std::string& place) {
+Packet pack_with_body(const std::string& envelope, const std::string& body, const Place& place) {
     const msg_hdr hdr = read_record(envelope, place);
     Packet packet{std::string(kFieldsRoom + body.size(), '\0'), ""};
     uint32_t length = 0;
@@ -186,7 +188,7 @@ Packet pack_with_body(const std::string& envelope, const std::string& body,
         &hdr, bytes_of(packet.bytes), static_cast<uint32_t>(packet.bytes.size()), &length,
         bytes_of(std::string_view(body)), static_cast<uint32_t>(body.size()));
     if (code != VYN_OK) {
-        refuse(place, with_code(why_not_packed(envelope, code), code));
+        refuse(place, why_not_packed(envelope, code), code);
     }
     packet.bytes.resize(length);
     return packet;
@@ -216,7 +218,7 @@ std::string with_integers_quoted(std::string_view json) {
     return text.append(json.substr(done));
 }
 
-std::string body_text(const std::string& envelope, const std::string& place) {
+std::string body_text(const std::string& envelope, const Place& place) {
     // A character takes at most six in the text of an object, as a control character does.
     const std::string readable = with_integers_quoted(envelope);
     std::string text(6 * readable.size(), '\0');
@@ -230,15 +232,14 @@ std::string body_text(const std::string& envelope, const std::string& place) {
     return text;
 }
 
-Packet pack_with_type(const std::string& envelope, const Descriptor& type,
-                      const std::string& place) {
+Packet pack_with_type(const std::string& envelope, const Descriptor& type, const Place& place) {
     const msg_hdr hdr = read_record(envelope, place);
     if (hdr.encoding_type != MSG_ENCODING_BINARY) {
         const uint32_t binary = combine_msg_type_encoding_type(hdr.msg_type, MSG_ENCODING_BINARY);
         refuse(place, "its message_type is not that of a binary body, as a message is; " +
                           std::to_string(binary) + " would be");
     }
-    const Converted body = encode(type, body_text(envelope, place), place + ": \"body\"");
+    const Converted body = encode(type, body_text(envelope, place), place.within("\"body\""));
     Packet packet = pack_with_body(envelope, body.data, place);
     if (!body.loss.empty()) {
         packet.loss = "\"body\": " + body.loss;
@@ -288,7 +289,7 @@ public:
 private:
     ExitCode pack_one(Output& out) const {
         const std::string envelope = read_whole(input_);
-        const Packet packet = pack(envelope, input_name(input_));
+        const Packet packet = pack(envelope, {input_name(input_)});
         out.write(compress_ ? compressed(packet.bytes) : packet.bytes);
         return packet.loss.empty() ? ExitCode::kDone : ExitCode::kLoss;
     }
@@ -308,17 +309,17 @@ private:
         return code;
     }
 
-    [[nodiscard]] Packet pack(const std::string& envelope, const std::string& place) const {
+    [[nodiscard]] Packet pack(const std::string& envelope, const Place& place) const {
         refuse_second_document(envelope, place);
         Packet packet = make(envelope, place);
         stamp(packet.bytes, place);
         if (!packet.loss.empty()) {
-            tell(place + ": " + packet.loss);
+            tell({ExitCode::kLoss, place, packet.loss, packet.code});
         }
         return packet;
     }
 
-    [[nodiscard]] Packet make(const std::string& envelope, const std::string& place) const {
+    [[nodiscard]] Packet make(const std::string& envelope, const Place& place) const {
         if (type_ != nullptr) {
             return pack_with_type(envelope, *type_, place);
         }
@@ -326,13 +327,13 @@ private:
                              : pack_with_body(envelope, read_whole(body_), place);
     }
 
-    void stamp(std::string& packet, const std::string& place) const {
+    void stamp(std::string& packet, const Place& place) const {
         Header header;
         if (!parse_header(packet, header)) {
             // The library cuts a text at the byte; no receiver could read that packet.
-            refuse(place, with_code("a text is not UTF-8, or too long for its field and cut inside "
-                                    "a character",
-                                    VYN_NOT_A_HEADER));
+            refuse(place,
+                   "a text is not UTF-8, or too long for its field and cut inside a character",
+                   VYN_NOT_A_HEADER);
         }
         if (new_id_) {
             char uuid[MSG_UUID_SIZE];

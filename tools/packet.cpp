@@ -5,15 +5,12 @@
 #include <charconv>
 #include <climits>
 
-#include "failure.h"
 #include "io.h"
+#include "proto_helper.h"
+#include "report.h"
 #include "zstd_frame.h"
 
 namespace vynpkt {
-
-std::string with_code(const std::string& reason, uint32_t code) {
-    return reason + " (code " + std::to_string(code) + ")";
-}
 
 std::string read_packet(const std::string& path) {
     std::string packet = read_whole(path);
@@ -30,7 +27,7 @@ std::string plain_packet(const std::string& packet, const std::string& name) {
     try {
         return decompressed(packet);
     } catch (const FrameError& error) {
-        throw Failure(ExitCode::kRefused, name, error.what());
+        throw Failure(ExitCode::kRefused, name, error.what(), VYN_NOT_DECOMPRESSED);
     }
 }
 

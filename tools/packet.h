@@ -19,9 +19,6 @@ namespace vynpkt {
 
 constexpr char kNotAHeader[] = "not a valid Header";
 
-// A reason with the library's own number.
-[[nodiscard]] std::string with_code(const std::string& reason, uint32_t code);
-
 // An input that holds one packet, compressed or plain. An empty one is refused: it reads as a
 // packet without any field, but is what a failed command before this one leaves.
 [[nodiscard]] std::string read_packet(const std::string& path);

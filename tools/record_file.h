@@ -36,6 +36,7 @@ public:
 
     [[nodiscard]] Outcome next();
     [[nodiscard]] const std::string& name() const { return input_.name(); }
+    [[nodiscard]] uint64_t size() const { return input_.size(); }
     // Where the record begins, or the damage.
     [[nodiscard]] uint64_t offset() const { return offset_; }
     // The packet in the record; good until next().

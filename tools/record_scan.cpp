@@ -179,7 +179,10 @@ uint64_t RecordScan::end_of_zeros(uint64_t at) {
     return at;
 }
 
-void RecordScan::reach(uint64_t at) { reached_ = std::max(reached_, at); }
+void RecordScan::reach(uint64_t at) {
+    reached_ = std::max(reached_, at);
+    progress_.at(at);
+}
 
 void RecordScan::looked_at(uint64_t begin, uint64_t end) {
     work_ += kPerField + (end - begin);

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "io.h"
+#include "progress.h"
 #include "vyn_header_v3.pb.h"
 
 namespace vynpkt {
@@ -24,7 +25,7 @@ struct Record {
 // nothing until bytes are reached that were not looked at before.
 class RecordScan {
 public:
-    explicit RecordScan(FileWindow& file) : file_(file) {}
+    RecordScan(FileWindow& file, Progress& progress) : file_(file), progress_(progress) {}
 
     // Goes by the length alone; false when it is none or goes beyond the end of the file.
     [[nodiscard]] bool read_record(uint64_t at, Record& record);
@@ -52,6 +53,7 @@ private:
     void reach(uint64_t at);
 
     FileWindow& file_;
+    Progress& progress_;
     Header header_;
     uint64_t reached_ = 0;
     uint64_t work_ = 0;  // beside reading; a unit takes about a nanosecond

@@ -6,6 +6,7 @@
 #include "command.h"
 #include "io.h"
 #include "packet.h"
+#include "progress.h"
 #include "record_file.h"
 #include "record_scan.h"
 
@@ -45,7 +46,12 @@ constexpr std::size_t kBlock = std::size_t{64} << 10;
 class Recovery {
 public:
     Recovery(std::string command, const std::string& name, FileWindow& file, Output& out)
-        : command_(std::move(command)), name_(name), file_(file), scan_(file), out_(out) {}
+        : command_(std::move(command)),
+          name_(name),
+          file_(file),
+          progress_(command_, file.size()),
+          scan_(file, progress_),
+          out_(out) {}
 
     ExitCode run() {
         uint64_t at = 0;
@@ -53,7 +59,7 @@ public:
             at = accept(at) ? suspects_.back().end : pass(at);
         }
         copy(region_, at);
-        report();
+        sum_up();
         return left_ == 0 ? ExitCode::kDone : ExitCode::kLoss;
     }
 
@@ -170,8 +176,8 @@ private:
     void leave(uint64_t begin, uint64_t end) {
         copy(region_, begin);
         left_ += end - begin;
-        vynpkt::tell(command_, name_ + ": left behind: offset " + std::to_string(begin) +
-                                   ", length " + std::to_string(end - begin));
+        tell("left behind: offset " + std::to_string(begin) + ", length " +
+             std::to_string(end - begin));
         suspects_.clear();
         zeros_ = {};
         region_ = end;
@@ -189,20 +195,25 @@ private:
         }
     }
 
-    void report() const {
+    void sum_up() const {
         if (left_ == 0) {
             return;
         }
         if (count_ == 0) {
             throw Failure(ExitCode::kRefused, name_, "nothing could be recovered");
         }
-        vynpkt::tell(command_, name_ + ": " + std::to_string(count_) + " records recovered, " +
-                                   std::to_string(left_) + " bytes left behind");
+        tell(std::to_string(count_) + " records recovered, " + std::to_string(left_) +
+             " bytes left behind");
+    }
+
+    void tell(const std::string& words) const {
+        report(command_, {ExitCode::kLoss, {name_}, words});
     }
 
     std::string command_;
     const std::string& name_;
     FileWindow& file_;
+    Progress progress_;
     RecordScan scan_;
     Output& out_;
     Header header_;

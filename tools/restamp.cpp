@@ -54,10 +54,9 @@ private:
             bytes_of(result), static_cast<uint32_t>(result.size()), &length,
             static_cast<uint32_t>(status_), &message_type);
         if (code != VYN_OK) {
-            throw Failure(
-                ExitCode::kRefused, input_name(input_),
-                with_code(code == VYN_NOT_A_HEADER ? kNotAHeader : "the packet could not be made",
-                          code));
+            throw Failure(ExitCode::kRefused, input_name(input_),
+                          code == VYN_NOT_A_HEADER ? kNotAHeader : "the packet could not be made",
+                          code);
         }
         result.resize(length);
         return result;

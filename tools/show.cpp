@@ -7,6 +7,7 @@
 #include "io.h"
 #include "json_helper.h"
 #include "packet.h"
+#include "progress.h"
 #include "proto_helper.h"
 #include "record_file.h"
 #include "zstd_frame.h"
@@ -86,9 +87,14 @@ public:
         RecordReader reader(input_);
         uint64_t seen = 0;
         uint64_t shown = 0;
+        Progress progress(name(), reader.size());
+        if (out.is_terminal()) {
+            progress.off();
+        }
         auto outcome = RecordReader::Outcome::kRecord;
         while (!(most_ && shown >= *most_) &&
                (outcome = reader.next()) == RecordReader::Outcome::kRecord) {
+            progress.at(reader.position());
             // What is only counted need not become JSON.
             const bool wanted = !count_ && seen >= skip_;
             std::string line;
@@ -146,8 +152,10 @@ private:
         const bool soft = code == VYN_DOES_NOT_FIT || code == VYN_BAD_BODY;
         if (code != VYN_OK) {
             code_ = ExitCode::kLoss;
-            tell(reader.name() + ": record at offset " + std::to_string(reader.offset()) + ": " +
-                 with_code(words_for(code), code));
+            tell({ExitCode::kLoss,
+                  {reader.name(), "record at offset " + std::to_string(reader.offset())},
+                  words_for(code),
+                  code});
         }
         if (code != VYN_OK && !soft) {
             return "{ " + position_keys(reader) + ", \"error\": \"" +

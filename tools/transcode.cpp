@@ -50,7 +50,7 @@ protected:
         if (converted.loss.empty()) {
             return ExitCode::kDone;
         }
-        tell(input_name(input_) + ": " + converted.loss);
+        tell({ExitCode::kLoss, {input_name(input_)}, converted.loss});
         return ExitCode::kLoss;
     }
 
@@ -69,7 +69,7 @@ public:
         const Descriptor& message = type();
         Output out(output());
         out.refuse_terminal();
-        return finish(out, encode(message, read_whole(input()), input_name(input())));
+        return finish(out, encode(message, read_whole(input()), {input_name(input())}));
     }
 };
 
@@ -82,7 +82,7 @@ public:
     ExitCode run() override {
         const Descriptor& message = type();
         Output out(output());
-        Converted converted = decode(message, read_whole(input()), input_name(input()));
+        Converted converted = decode(message, read_whole(input()), {input_name(input())});
         if (converted.data.empty() || converted.data.back() != '\n') {
             converted.data += '\n';
         }

@@ -136,17 +136,17 @@ private:
         if (code == VYN_OK) {
             return ExitCode::kDone;
         }
-        const std::string reason = with_code(words_for(code, frame), code);
+        const std::string reason = words_for(code, frame);
         if (!is_soft(code)) {
-            throw Failure(ExitCode::kRefused, input_name(input_), reason);
+            throw Failure(ExitCode::kRefused, input_name(input_), reason, code);
         }
-        tell(input_name(input_) + ": " + reason);
+        tell({ExitCode::kLoss, {input_name(input_)}, reason, code});
         return ExitCode::kLoss;
     }
 
     // The body takes its own way, on which it has any length.
     ExitCode convert_with_type(Header header, const Descriptor& type, std::string& envelope) const {
-        const std::string place = input_name(input_) + ": the body";
+        const Place place{input_name(input_), "the body"};
         const Converted body = decode(type, header.body(), place);
         header.clear_body();
         const ExitCode code = convert(header.SerializeAsString(), envelope);
@@ -154,7 +154,7 @@ private:
         if (body.loss.empty()) {
             return code;
         }
-        tell(place + ": " + body.loss);
+        tell({ExitCode::kLoss, place, body.loss});
         return ExitCode::kLoss;
     }
 
@@ -172,8 +172,7 @@ private:
 
     void parse(const std::string& packet, Header& header) const {
         if (!parse_header(plain_packet(packet, input_name(input_)), header)) {
-            throw Failure(ExitCode::kRefused, input_name(input_),
-                          with_code(kNotAHeader, VYN_NOT_A_HEADER));
+            throw Failure(ExitCode::kRefused, input_name(input_), kNotAHeader, VYN_NOT_A_HEADER);
         }
     }
 

@@ -4,6 +4,7 @@
 
 #include "command.h"
 #include "io.h"
+#include "progress.h"
 #include "record_file.h"
 
 namespace vynpkt {
@@ -30,30 +31,12 @@ Examples:
   vynpkt verify packets.dat
   vynpkt verify --json *.dat | jq -r 'select(.whole | not).file')";
 
-std::string quoted(const std::string& text) {
-    constexpr char kDigits[] = "0123456789abcdef";
-    std::string json = "\"";
-    for (const char c : text) {
-        if (c == '"' || c == '\\') {
-            json += '\\';
-            json += c;
-        } else if (static_cast<unsigned char>(c) < ' ') {
-            json += "\\u00";
-            json += kDigits[static_cast<unsigned char>(c) >> 4];
-            json += kDigits[c & 0xF];
-        } else {
-            json += c;
-        }
-    }
-    return json + '"';
-}
-
 class Verify : public Command {
 public:
     explicit Verify(CLI::App& program)
         : Command(program, "verify", "Tell whether packet files are whole", kNotes) {
-        arguments().add_option("FILE", inputs_, "The packet files")->type_name("");
-        arguments().add_flag("--json", json_, "Print a JSON object for each file");
+        add_inputs(inputs_, "FILE", "The packet files");
+        describe_json("Print a JSON object for each file; errors as objects, too");
     }
 
     ExitCode run() override {
@@ -64,8 +47,8 @@ public:
             try {
                 code = std::max(code, verify(input, report));
             } catch (const Failure& failure) {
-                tell(failure.what());
-                code = std::max(code, failure.code());
+                tell(failure.remark());
+                code = std::max(code, failure.remark().exit);
             }
             out.write(report);
         }
@@ -77,14 +60,16 @@ private:
     ExitCode verify(const std::string& path, std::string& report) const {
         using Outcome = RecordReader::Outcome;
         RecordReader reader(path);
+        Progress progress(name(), reader.size());
         uint64_t count = 0;
         Outcome outcome = reader.next();
         while (outcome == Outcome::kRecord) {
             ++count;
+            progress.at(reader.position());
             outcome = reader.next();
         }
         const bool whole = outcome == Outcome::kEnd;
-        report = json_ ? as_json(reader, count, whole) : as_text(reader, count, whole);
+        report = json() ? as_json(reader, count, whole) : as_text(reader, count, whole);
         return whole ? ExitCode::kDone : ExitCode::kRefused;
     }
 
@@ -97,15 +82,14 @@ private:
     }
 
     static std::string as_json(const RecordReader& reader, uint64_t count, bool whole) {
-        return "{\"file\":" + quoted(reader.name()) + ",\"records\":" + std::to_string(count) +
+        return "{\"file\":" + json_text(reader.name()) + ",\"records\":" + std::to_string(count) +
                ",\"bytes\":" + std::to_string(reader.position()) +
                (whole ? ",\"whole\":true}\n"
                       : ",\"whole\":false,\"offset\":" + std::to_string(reader.offset()) +
-                            ",\"reason\":" + quoted(reader.reason()) + "}\n");
+                            ",\"reason\":" + json_text(reader.reason()) + "}\n");
     }
 
     std::vector<std::string> inputs_{"-"};
-    bool json_ = false;
 };
 
 }  // namespace

@@ -20,6 +20,7 @@ using vynpkt::Command;
 using vynpkt::CommandPtr;
 using vynpkt::ExitCode;
 using Commands = std::vector<CommandPtr>;
+using Arguments = std::vector<std::string>;
 
 constexpr char kNotes[] =
     R"(Each command reads a file or standard input ("-") and writes to standard output
@@ -29,17 +30,38 @@ Exit codes: 0 done; 1 data refused; 2 wrong usage; 3 a file cannot be read or
 written; 4 done, but something was lost. Numbers named "code" in messages are
 the library's own.
 
-Example:
-  vynpkt pack envelope.json | vynpkt compress | vynpkt unpack)";
+With --json, each message is an object on a line of standard error, with "command",
+"file", "text", "code" and "exit_status", of which those that do not apply are null.
+
+Examples:
+  vynpkt pack envelope.json | vynpkt compress | vynpkt unpack
+  vynpkt verify packets.dat || vynpkt recover packets.dat -o trusted.dat
+  vynpkt unpack --body - packet.bin | vynpkt decode -t Telemetry
+  vynpkt restamp HISTORY packet.bin | vynpkt append packets.dat)";
+
+using Maker = CommandPtr (*)(CLI::App& program);
+
+struct Group {
+    const char* name;
+    std::vector<Maker> makers;
+};
 
 Commands make_commands(CLI::App& program) {
+    const Group groups[] = {
+        {"Packets",
+         {vynpkt::make_pack, vynpkt::make_unpack, vynpkt::make_compress, vynpkt::make_decompress}},
+        {"Packet files",
+         {vynpkt::make_show, vynpkt::make_append, vynpkt::make_verify, vynpkt::make_recover}},
+        {"Messages",
+         {vynpkt::make_list, vynpkt::make_describe, vynpkt::make_encode, vynpkt::make_decode}},
+        {"Small ones", {vynpkt::make_checksum, vynpkt::make_restamp}},
+    };
     Commands commands;
-    for (const auto make :
-         {vynpkt::make_pack, vynpkt::make_unpack, vynpkt::make_compress, vynpkt::make_decompress,
-          vynpkt::make_checksum, vynpkt::make_restamp, vynpkt::make_encode, vynpkt::make_decode,
-          vynpkt::make_list, vynpkt::make_describe, vynpkt::make_append, vynpkt::make_show,
-          vynpkt::make_verify, vynpkt::make_recover}) {
-        commands.push_back(make(program));
+    for (const Group& group : groups) {
+        for (const Maker make : group.makers) {
+            commands.push_back(make(program));
+            program.get_subcommand(commands.back()->name())->group(group.name);
+        }
     }
     return commands;
 }
@@ -47,11 +69,11 @@ Commands make_commands(CLI::App& program) {
 int exit_status(ExitCode code) { return static_cast<int>(code); }
 
 // Why the first argument is not where a run begins; empty when it is.
-std::string why_no_command(int argc, char** argv, const Commands& commands) {
-    if (argc < 2) {
+std::string why_no_command(const Arguments& arguments, const Commands& commands) {
+    if (arguments.empty()) {
         return "no command given; see \"vynpkt --help\"";
     }
-    const std::string word = argv[1];
+    const std::string& word = arguments.front();
     if (word == "-h" || word == "--help" || word == "--version") {
         return "";
     }
@@ -95,23 +117,33 @@ int run(Command& command) {
     try {
         return exit_status(command.run());
     } catch (const vynpkt::Failure& failure) {
-        vynpkt::tell(command.name(), failure.what());
-        return exit_status(failure.code());
+        vynpkt::report(command.name(), failure.remark());
+        return exit_status(failure.remark().exit);
     }
 }
 
-int usage_error(const std::string& message) {
-    std::cerr << "vynpkt: " + message + "\n";
+int wrong_arguments(const Command* command, const std::string& message) {
+    const std::string name = command != nullptr ? command->name() : "";
+    const std::string help = command != nullptr ? name + " --help" : "--help";
+    vynpkt::report(name, {ExitCode::kUsage, {}, message + "; see \"vynpkt " + help + "\""});
     return exit_status(ExitCode::kUsage);
 }
 
-int wrong_arguments(const Command* command, const std::string& message) {
-    const std::string name = command != nullptr ? command->name() + ": " : "";
-    const std::string help = command != nullptr ? command->name() + " --help" : "--help";
-    return usage_error(name + message + "; see \"vynpkt " + help + "\"");
+// The errors of the arguments themselves are told as they ask for, so this comes before the parser.
+bool wants_json(const Arguments& arguments) {
+    const auto end = std::find(arguments.begin(), arguments.end(), "--");
+    return std::find(arguments.begin(), end, "--json") != end;
 }
 
-int run_program(int argc, char** argv) {
+// "help COMMAND" is another way to say "COMMAND --help".
+void translate_help(Arguments& arguments) {
+    if (!arguments.empty() && arguments.front() == "help") {
+        arguments.erase(arguments.begin());
+        arguments.emplace_back("--help");
+    }
+}
+
+int run_program(Arguments arguments) {
     CLI::App program("Makes and reads the packets of the telematics unit.", "vynpkt");
     program.set_version_flag("--version", "vynpkt " VYNPKT_VERSION);
     program.require_subcommand(1);
@@ -119,22 +151,23 @@ int run_program(int argc, char** argv) {
     program.get_formatter()->label("SUBCOMMAND", "COMMAND");
     const Commands commands = make_commands(program);
 
-    if (argc == 2 && std::string_view(argv[1]) == "help") {
-        std::cout << program.help();
-        return exit_status(ExitCode::kDone);
+    if (wants_json(arguments)) {
+        vynpkt::report_as_json();
     }
-    const std::string missing = why_no_command(argc, argv, commands);
+    translate_help(arguments);
+    const std::string missing = why_no_command(arguments, commands);
     if (!missing.empty()) {
-        return usage_error(missing);
+        vynpkt::report("", {ExitCode::kUsage, {}, missing});
+        return exit_status(ExitCode::kUsage);
     }
     try {
-        program.parse(argc, argv);
+        program.parse(Arguments(arguments.rbegin(), arguments.rend()));
     } catch (const CLI::ParseError& error) {
         // Asking for help or the version arrives here too, as a success.
         return error.get_exit_code() == 0 ? program.exit(error)
                                           : wrong_arguments(chosen(commands), error.what());
     } catch (const vynpkt::Failure& failure) {
-        return wrong_arguments(chosen(commands), failure.what());
+        return wrong_arguments(chosen(commands), failure.remark().text);
     }
     return run(*chosen(commands));
 }
@@ -145,9 +178,9 @@ int main(int argc, char** argv) {
     vynpkt::occupy_standard_streams();
     vynpkt::end_cleanly_on_signals();
     try {
-        return run_program(argc, argv);
+        return run_program(Arguments(argv + std::min(argc, 1), argv + argc));
     } catch (const std::exception& error) {  // such as memory that ran out
-        std::cerr << "vynpkt: " << error.what() << "\n";
+        vynpkt::report("", {ExitCode::kRefused, {}, error.what()});
         return exit_status(ExitCode::kRefused);
     }
 }
