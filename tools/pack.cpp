@@ -255,7 +255,7 @@ public:
         CLI::App& app = arguments();
         app.add_option("--body", body_, "Take the body from FILE, byte for byte")
             ->type_name("FILE");
-        app.add_option("--type", type_name_, "Take \"body\" as JSON of message T; see below")
+        app.add_option("-t,--type", type_name_, "Take \"body\" as JSON of message T; see below")
             ->type_name("T");
         app.add_flag("--new-id", new_id_, "Give the packet a fresh message_id");
         app.add_flag("--now", now_, "Set time to the clock");

@@ -92,7 +92,7 @@ public:
             .add_option("--body", body_, "Write the body to FILE as well, byte for byte")
             ->type_name("FILE");
         arguments()
-            .add_option("--type", type_, "Show the body as JSON of message T; see below")
+            .add_option("-t,--type", type_, "Show the body as JSON of message T; see below")
             ->type_name("T");
     }
 

@@ -1,0 +1,66 @@
+# Completion of vynpkt for bash.
+
+# Names of messages: in full, or their last part where that is enough.
+_vynpkt_messages() {
+    vynpkt list 2>/dev/null | awk '
+        { short = $0; sub(/.*\./, "", short); names[short] = $0; count[short]++; print }
+        END { for (short in names) if (count[short] == 1 && short != names[short]) print short }'
+}
+
+_vynpkt_words() { mapfile -t COMPREPLY < <(compgen -W "$1" -- "$2"); }
+
+_vynpkt_files() {
+    compopt -o filenames 2>/dev/null
+    mapfile -t COMPREPLY < <(compgen -f -- "$1")
+}
+
+_vynpkt() {
+    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]}
+    local command=${COMP_WORDS[1]} statuses="NONE HISTORY TRANSIT LIVE ABNORMAL"
+    local options="-h --help -o --output -v --verbose --json"
+    local commands="pack unpack compress decompress show append verify recover list describe
+        encode decode checksum restamp"
+    local keys="message_id= correlation_id= version= system_id= sub_system_id= device_id=
+        message_type= target_id= ttl= time="
+    COMPREPLY=()
+    if [ "$COMP_CWORD" -eq 1 ]; then
+        _vynpkt_words "$commands help --help --version" "$word"
+        return
+    fi
+    case $command in
+        pack) options+=" --body -t --type --new-id --now --status -z --compress -l --lines" ;;
+        unpack) options+=" --body -t --type" ;;
+        show) options+=" -n --skip --only --offset --count" ;;
+        list) options+=" --files" ;;
+        encode | decode) options+=" -t --type" ;;
+    esac
+    case $before in
+        -t | --type) _vynpkt_words "$(_vynpkt_messages)" "$word" && return ;;
+        --status) _vynpkt_words "$statuses" "$word" && return ;;
+        -n | --skip) return ;;
+        --only)
+            compopt -o nospace 2>/dev/null
+            _vynpkt_words "$keys" "$word" && return
+            ;;
+        -o | --output | --body) _vynpkt_files "$word" && return ;;
+    esac
+    case $word in
+        -?*) _vynpkt_words "$options" "$word" && return ;;
+    esac
+    case $command in
+        help) _vynpkt_words "$commands" "$word" ;;
+        describe) _vynpkt_words "$(_vynpkt_messages)" "$word" ;;
+        restamp)
+            # The status comes first, and then the file.
+            if [ "$COMP_CWORD" -eq 2 ]; then
+                _vynpkt_words "$statuses" "$word"
+            else
+                _vynpkt_files "$word"
+            fi
+            ;;
+        list) _vynpkt_words "$options" "$word" ;;
+        *) _vynpkt_files "$word" ;;
+    esac
+}
+
+complete -F _vynpkt vynpkt
