@@ -45,7 +45,7 @@ _vynpkt() {
         -o | --output | --body) _vynpkt_files "$word" && return ;;
     esac
     case $word in
-        -?*) _vynpkt_words "$options" "$word" && return ;;
+        -*) _vynpkt_words "$options" "$word" && return ;;
     esac
     case $command in
         help) _vynpkt_words "$commands" "$word" ;;

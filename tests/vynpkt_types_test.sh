@@ -116,47 +116,4 @@ expect 0 "" -- pack -z --type Telemetry long.json -o long.zst
 expect 0 "" -- unpack --type Telemetry long.zst
 same "a long body" <(jq -S . long.json) <(jq -S . out)
 
-echo "-- data that is refused, or loses something: exit code, words, text, arguments"
-while IFS='|' read -r code words text arguments; do
-    # shellcheck disable=SC2086
-    expect "$code" "$words" -- $arguments < <(printf '%b' "$text")
-done <<'END'
-1|encode: (stdin): not JSON of Telemetry||encode -t Telemetry
-1|not JSON of Telemetry|[]|encode -t Telemetry
-1|not JSON of Telemetry|{} {}|encode -t Telemetry
-1|not JSON of Meta|{"vin":"\xfc"}|encode -t Meta
-1|not JSON of Meta|{"vin":5}|encode -t Meta
-4|skipped what Meta does not know|{"vim":"5"}|encode -t Meta
-1|decode: (stdin): not a valid Meta|\x0a\x05ab|decode -t Meta
-1|not a valid Meta|\x0a\x01\xfc|decode -t Meta
-4|left out fields that Meta does not know|\x7a\x00|decode -t Meta
-1|(stdin): "body": not JSON of Meta|{"message_type":32768,"body":{"vin":5}}|pack --type Meta
-4|(stdin): "body": skipped what Meta|{"message_type":32768,"body":"{\\"vim\\":5}"}|pack --type Meta
-1|; 32773 would be|{"message_type":5,"body":{}}|pack --type Meta
-1|the envelope has no "body"|{"message_type":32768}|pack --type Meta
-1|neither a string nor an object|{"message_type":32768,"body":[]}|pack --type Meta
-1|line 2: the envelope is not JSON|{"message_type":32768,"body":{}}\n{|pack -l --type Meta
-1|the body: not a valid Meta|\x38\x80\x80\x02\x62\x01a|unpack --type Meta
-1|not a valid Header|\x0a\x05ab|unpack --type Meta
-2|Metta: no such message; did you mean "Meta"?||encode -t Metta
-2|did you mean "OtaManifestEcu"?||decode -t otamanifestecu
-2|did you mean "Telemetry"?||pack --type Telemetri
-2|did you mean "EventMessage.Step"?||unpack --type EventMesage.Step
-2|StringValue: no such message; see "vynpkt list"||encode -t StringValue
-2|15 have that name: Header.system_id, ||describe system_id
-2|did you mean "Telemetry.meta"?||describe Telemetry.met
-2|does not go with --body||pack --type Meta --body x
-2|add -o FILE||unpack --type Meta --body -
-2|does not go with --json||list --files --json
-2|--type is required||encode
-2|NAME is required||describe
-3|nowhere: No such file||encode -t Meta nowhere
-END
-status=0
-script -qec "$vynpkt encode -t Telemetry telemetry.json" /dev/null </dev/null >out || status=$?
-[ "$status" -eq 2 ] || fail "encode on a terminal: exit code $status"
-for command in encode decode list describe; do
-    expect 0 "" -- "$command" --help
-    grep -q "^  .*vynpkt $command" out || fail "no example for $command"
-done
 echo "All as expected."

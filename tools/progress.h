@@ -20,7 +20,7 @@ public:
     Progress(Progress&&) = delete;
     Progress& operator=(Progress&&) = delete;
 
-    void off() { on_ = false; }
+    void only_if(bool wanted) { on_ = on_ && wanted; }
     void at(uint64_t position) {
         if (on_ && position >= next_look_) {
             look(position);

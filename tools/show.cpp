@@ -88,9 +88,7 @@ public:
         uint64_t seen = 0;
         uint64_t shown = 0;
         Progress progress(name(), reader.size());
-        if (out.is_terminal()) {
-            progress.off();
-        }
+        progress.only_if(!out.is_terminal());  // where the packets scroll by
         auto outcome = RecordReader::Outcome::kRecord;
         while (!(most_ && shown >= *most_) &&
                (outcome = reader.next()) == RecordReader::Outcome::kRecord) {
