@@ -1,6 +1,5 @@
 #!/usr/bin/env bash
-# How vynpkt answers: what it refuses and in which words, help, terminals, pipes, completions. Prints
-# a line for each case and ends at the first that is not as expected.
+# How vynpkt answers: what it refuses and in which words, help, terminals, pipes, completions.
 #
 # Usage: vynpkt_cli_test.sh VYNPKT COMPLETIONS
 set -Eeuo pipefail
@@ -31,7 +30,6 @@ done <<END
 1|pack: (stdin): the envelope is not JSON (code 3)||pack -o kept
 1|the envelope is not JSON (code 3)|{"body":"x"|pack -o kept
 1|the envelope has no "body", and there is no --body FILE (code 11)|{}|pack
-1|"body" is neither a string nor an object (code 11)|{"body":5}|pack
 1|"body" is longer than 8191 characters|{"body":"$long"}|pack
 1|more text behind the envelope|{"body":"}"} {"body":"y"}|pack
 1|the envelope holds a NUL byte|{"body":"x"}\0|pack
@@ -44,14 +42,10 @@ done <<END
 1|(stdin): "body": not JSON of Meta|{"message_type":32768,"body":{"vin":5}}|pack --type Meta
 4|(stdin): "body": skipped what Meta|{"message_type":32768,"body":"{\\\\"vim\\\\":5}"}|pack -t Meta
 1|; 32773 would be|{"message_type":5,"body":{}}|pack --type Meta
-1|the envelope has no "body"|{"message_type":32768}|pack --type Meta
-1|neither a string nor an object|{"message_type":32768,"body":[]}|pack --type Meta
-1|line 2: the envelope is not JSON|{"message_type":32768,"body":{}}\n{|pack -l --type Meta
 3|body: No such file||pack --body no/body good -o kept
 3|no/out: No such file|{"body":"x"}|pack -o no/out
 2|goes with neither||pack -l -z good
 2|comes from standard input already||pack --body -
-2|did you mean "Telemetry"?||pack --type Telemetri
 2|does not go with --body||pack --type Meta --body x
 1|unpack: torn: not a valid Header (code 8)||unpack torn
 1|(stdin): not a valid Header (code 8)|\x0a\x05ab|unpack --body -
@@ -84,21 +78,15 @@ done <<END
 2|needs a name||append - good
 3|nowhere: No such file||verify nowhere good
 3|.: not a regular file||recover .
-3|not a regular file||recover /dev/zero
 3|not a regular file||recover /dev/stdin
 2|would lose||recover damaged -o ./damaged
 2|name a file||recover -
 2|The following argument was not expected: x||list x
 2|15 have that name: Header.system_id, ||describe system_id
 2|did you mean "Telemetry.meta"?||describe Telemetry.met
-2|NAME is required||describe
-1|encode: (stdin): not JSON of Telemetry||encode -t Telemetry
-1|not JSON of Telemetry|[]|encode -t Telemetry
-1|not JSON of Telemetry|{} {}|encode -t Telemetry
+1|encode: (stdin): not JSON of Telemetry|{} {}|encode -t Telemetry
 1|not JSON of Meta|{"vin":"\xfc"}|encode -t Meta
-1|not JSON of Meta|{"vin":5}|encode -t Meta
 4|skipped what Meta does not know|{"vim":"5"}|encode -t Meta
-2|--type is required||encode
 2|Metta: no such message; did you mean "Meta"?||encode -t Metta
 2|StringValue: no such message; see "vynpkt list"||encode -t StringValue
 1|decode: (stdin): not a valid Meta|\x0a\x05ab|decode -t Meta
@@ -106,8 +94,8 @@ done <<END
 4|left out fields that Meta does not know|\x7a\x00|decode -t Meta
 2|did you mean "OtaManifestEcu"?||decode -t otamanifestecu
 3|checksum: nowhere: No such file||checksum good nowhere -o kept
-2|pakc: no such command; did you mean "pack"?||pakc
 2|decomp: no such command; did you mean "decompress"?||decomp
+2|pakc: no such command; did you mean "pack"?||pakc
 2|such command; see "vynpkt --help"||xyzzy
 2|pack: The following argument was not expected: --wrong||pack --wrong
 END
@@ -115,7 +103,6 @@ same "--json says the same" plain <(jq -r '"\(.exit_status) vynpkt: " + ([.comma
     map(values + ": ") | add) + .text + (if .code then " (code \(.code))" else "" end)' objects)
 same "the files in it" <(jq -r .file objects | sort -u) <(printf '%s\n' '(stdin)' . /dev/stdin \
     /dev/zero bomb cut damaged good no/body no/out nowhere null skip torn twice | sort)
-expect 2 "no command given" --
 expect 2 "does not go with --json" -- list --files --json
 expect 1 "nothing could be recovered" -- recover torn -o kept
 [ "$(cat kept)" = old ] || fail "a refused run changed the output"
@@ -130,11 +117,11 @@ complete_bash() { # WORD...: what the last one may become
         _vynpkt && printf '%s\n' "${COMPREPLY[@]}"
     )
 }
-expect 0 "" -- help
-cp out help
-expect 0 "" -- --help
-same "help" out help
-for command in $(sed -n '/:$/,/^$/s/^  \([a-z]*\)  .*/\1/p' help); do
+"$vynpkt" --help >help
+gives help help
+sed -n '/:$/,/^$/s/^  \([a-z]*\)  .*/\1/p' help | sort >commands
+[ "$(wc -l <commands)" -eq 14 ] || fail "not all commands"
+while read -r command; do
     grep -q "^[0-9] vynpkt: $command: " plain || fail "no broken input for $command"
     expect 0 "" -- help "$command"
     grep -q "^  .*vynpkt $command" out || fail "no example for $command"
@@ -143,10 +130,8 @@ for command in $(sed -n '/:$/,/^$/s/^  \([a-z]*\)  .*/\1/p' help); do
     while read -r option; do
         grep -qwe "${option#-}" "$completions/_vynpkt" || fail "zsh: $command $option"
     done <offered
-done
-complete_bash vynpkt "" | grep -v -e - -e help | sort >offered
-same "commands" offered <(sed -n '/:$/,/^$/s/^  \([a-z]*\)  .*/\1/p' help | sort)
-[ "$(wc -l <offered)" -eq 14 ] || fail "not all commands"
+done <commands
+same "commands" commands <(complete_bash vynpkt "" | grep -v -e - -e help | sort)
 while IFS='|' read -r words offered; do
     # shellcheck disable=SC2086
     [ "$(complete_bash vynpkt $words | paste -sd' ')" = "$offered" ] || fail "completion: $words"
@@ -159,9 +144,9 @@ restamp LIVE torn|torn
 show --only message_|message_id= message_type=
 unpack --body good.|good.zst
 END
-expect 0 "" -- --version
-"$vynpkt" describe PacketStatus | sed -n 's/^  \([A-Z]*\) = .*/\1/p' | sort >names
-same "statuses" names <(complete_bash vynpkt pack --status '' | sort)
+expect 2 "no command given" --
+same "statuses" <(complete_bash vynpkt pack --status '') \
+    <("$vynpkt" describe PacketStatus | sed -n 's/^  \([A-Z]*\) = .*/\1/p')
 
 echo "-- terminals and pipes"
 # on_terminal CODE WORDS COMMAND
@@ -180,7 +165,6 @@ done <<'END'
 2|give -o FILE|compress good
 2|give -o FILE|decompress good.zst
 2|give -o FILE|restamp 1 good
-2|give -o FILE|recover damaged
 2|give -o FILE|encode -t Meta good
 2|give -o FILE|unpack --body - binary
 0|"message_type": 5|unpack good
@@ -201,13 +185,9 @@ on_terminal 0 "records" "(cat many; sleep 1.1; cat many) | $vynpkt verify 2>err"
 [ ! -s err ] || fail "progress without a terminal"
 status=0
 "$vynpkt" compress /dev/urandom 2>err | head -c 1 >out || status=${PIPESTATUS[0]}
-if [ "$status" -ne 141 ] || [ -s err ]; then
-    fail "closed pipe: exit code $status"
-fi
+[ "$status" -eq 141 ] && [ ! -s err ] || fail "closed pipe: exit code $status"
 # Never by -o: were devices replaced like files, this would take the machine's own.
-status=0
-"$vynpkt" list >/dev/full 2>err || status=$?
-[ "$status" -eq 3 ] || fail "full device: exit code $status"
+"$vynpkt" list >/dev/full 2>err || [ $? -eq 3 ] || fail "full device: exit code"
 grep -qF "list: (stdout): No space left on device" err || fail "full device: no such words"
 "$vynpkt" unpack -v good >out 2>err
 grep -qF "Received message :5" err || fail "-v: no log line"

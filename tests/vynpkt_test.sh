@@ -1,6 +1,5 @@
 #!/usr/bin/env bash
-# Runs vynpkt as people do and compares with protoc, zstd, jq and sha256sum. Prints a line for each
-# case and ends at the first that is not as expected.
+# Runs vynpkt as people do and compares with protoc, zstd, jq and sha256sum.
 #
 # Usage: vynpkt_test.sh VYNPKT PROTODIR SAMPLEDIR
 set -Eeuo pipefail
@@ -33,10 +32,8 @@ cat >all.json <<'END'
  "device_id":"d","message_type":16389,"target_id":"t","ttl":9,"time":1718000000456,
  "property_bag":{"error_code":17},"body":"a\"/\\\nü"}
 END
-expect 0 "" -- pack all.json
-fields <out >fields.txt
-same "protoc finds what was packed" all.txt fields.txt
 packet <all.txt >all.bin
+gives all.bin pack all.json
 expect 0 "" -- unpack all.bin
 same "the envelope of what protoc packed" <(jq -S . all.json) <(jq -S . out)
 
@@ -49,8 +46,7 @@ for name in binary text; do
     for form in "$name.bin" "$name.zst"; do
         expect 0 "" -- unpack "$form" --body "$name.body" -o "$name.json"
         same "$form: the envelope" <(jq -S . "$samples/$name.json") <(jq -S . "$name.json")
-        expect 0 "" -- pack --body "$name.body" - -o again.bin <"$samples/$name.json"
-        same "$form: the body" "$name.bin" again.bin
+        gives "$name.bin" pack --body "$name.body" - <"$samples/$name.json"
     done
 done
 same "binary body" <(jq -r .body "$samples/binary.json" | base64 -d) binary.body
@@ -60,20 +56,16 @@ fields <out >fields.txt
 grep -qE '^message_id: "[0-9a-f-]{36}"$' fields.txt || fail "--new-id"
 grep -q '^packet_status: ABNORMAL$' fields.txt || fail "--status"
 age=$(($(date +%s%3N) - $(sed -n 's/^time: //p' fields.txt)))
-if [ "$age" -lt 0 ] || [ "$age" -gt 60000 ]; then
-    fail "--now: $age ms ago"
-fi
+[ "$age" -ge 0 ] && [ "$age" -le 60000 ] || fail "--now: $age ms ago"
 
 echo "-- bodies of any length"
 printf '{"message_type":32773,"property_bag":{"checksum":"c0ffee"}}' >head.json
 for length in 0 18429 18430 30000; do
     head -c "$length" /dev/urandom >body
     expect 0 "" -- pack --body body head.json -o long.bin
-    expect 0 "" -- unpack --body - long.bin
-    same "body of $length bytes" body out
+    gives body unpack --body - long.bin
 done
-fields <long.bin >fields.txt
-grep -q 'checksum: "c0ffee"' fields.txt || fail "--body: no checksum"
+fields <long.bin | grep -a 'checksum: "c0ffee"' >line || fail "--body: no checksum"
 expect 1 "(code 13)" -- unpack long.bin
 expect 1 "(code 13)" -- unpack --body new long.bin
 [ ! -e new ] || fail "a body without its envelope"
@@ -84,60 +76,44 @@ same "the body that the envelope lacks" <(head -c 18430 body) new
 
 echo "-- lines"
 jq -c . all.json "$samples/text.json" >lines
-sed 's/^/\n  \n/' lines >spaced
-expect 0 "" -- pack -l spaced
-same "records" out <(
-    printf '%b' "\\x$(printf %x "$(stat -c %s all.bin)")"
-    cat all.bin
-    size=$(stat -c %s text.bin)
-    printf '%b' "\\x$(printf %x $((size % 128 + 128)))\\x$(printf %x $((size / 128)))"
-    cat text.bin
-)
-cp out records
-for _ in {1..200}; do cat lines; done >many # more than is read at once
-expect 0 "" -- pack -l many
-same "many records" out <(for _ in {1..200}; do cat records; done)
+"$vynpkt" append records all.bin text.bin # by the library
+for _ in {1..200}; do sed 's/^/\n  \n/' lines; done >many # more than is read at once
+gives <(for _ in {1..200}; do cat records; done) pack -l many
 expect 4 "line 2: " -- pack -l - < <(printf '%s\n' '{"body":"a"}' '{"message_type":32768,"body":"*"}')
 [ "$(stat -c %s out)" -eq 9 ] || fail "a line that lost its body is not written"
 
 echo "-- odd envelopes"
-expect 0 "" -- pack < <(printf '%s' '{"body":"\"}"}')
+gives <(printf 'b\2"}') pack - <<<'{"body":"\"}"}'
 expect 0 "" -- pack --body body -o new < <(echo '/* as the library reads it */ {}')
-long=$(head -c 8192 /dev/zero | tr '\0' x)
-"$vynpkt" pack -o new 2>&- < <(printf '{"property_bag":{"error":"%s"},"body":"x"}' "$long") || true
-fields <new >fields.txt
-same "no words in the packet" fields.txt <(echo 'body: "x"')
+"$vynpkt" pack -o new 2>&- <<<'{"message_type":32768,"body":"*"}' || true
+same "no words in the packet" new <(printf '8\200\200\2')
 
 echo "-- zstd frames"
 for content in "0 urandom" "3 urandom" "131072 urandom" "1000000 urandom" "1000000 zero"; do
     head -c "${content% *}" "/dev/${content#* }" >plain
     expect 0 "" -- compress plain -o plain.zst
     same "zstd reads $content" <(zstd -dcq plain.zst) plain
-    expect 0 "" -- decompress < <(zstd -qc --no-check plain)
-    same "zstd wrote $content" out plain
+    gives plain decompress < <(zstd -qc --no-check plain)
 done
-frame=$(stat -c %s text.zst)
-for length in 1 2 3 4 5 6 20 $((frame - 1)); do
+for length in 1 2 3 4 5 6 20 -1; do
     head -c "$length" text.zst >cut.zst
     expect 1 "truncated (code 13)" -- unpack cut.zst
     expect 1 "the zstd frame is truncated" -- decompress cut.zst
-    expect 1 "the zstd frame is truncated" -- restamp 1 cut.zst
 done
+
 echo "-- checksum and restamp"
 odd=('a\b' '[a,b]' '{}' $'new\nline')
 touch "${odd[@]}"
-expect 0 "" -- checksum text.bin "${odd[@]}" - <binary.bin
-same "as sha256sum" out <(sha256sum text.bin "${odd[@]}" - <binary.bin)
+gives <(sha256sum text.bin "${odd[@]}" - <binary.bin) checksum text.bin "${odd[@]}" - <binary.bin
 expect 3 "checksum: nowhere: No such file" -- checksum nowhere text.bin
 same "the readable file" out <(sha256sum text.bin)
 expect 0 "" -- pack --status 3 "$samples/text.json" -o live.bin
 cp text.bin stamped.bin
 expect 0 "" -- restamp LIVE stamped.bin -o stamped.bin
 same "restamp" stamped.bin live.bin
-expect 0 "" -- restamp LIVE <text.zst
+expect 0 "" -- restamp live <text.zst
 same "restamp, compressed" <(zstd -dcq out) live.bin
-expect 0 "" -- restamp 0 live.bin
-same "and back" out text.bin
+gives text.bin restamp 0 live.bin
 
 echo "-- files"
 mkfifo pipe
@@ -156,16 +132,9 @@ mkfifo silent
 exec 9<>silent
 "$vynpkt" compress silent -o unborn 9>&- & # -o is open while it waits for input
 pid=$!
-for _ in {1..50}; do
-    compgen -G '.vynpkt.*' >/dev/null && break
-    sleep 0.1
-done
-compgen -G '.vynpkt.*' >/dev/null || fail "no temporary to remove"
+timeout 5 bash -c 'until compgen -G ".vynpkt.*"; do sleep 0.1; done' || fail "no temporary to remove"
 kill -TERM "$pid"
 wait "$pid" || true
-if compgen -G '.vynpkt.*' || [ -e unborn ]; then
-    fail "something is left"
-fi
-echo "ok  no temporary is left, also after a signal"
-
+compgen -G '.vynpkt.*' && fail "a temporary is left"
+[ ! -e unborn ] || fail "a file is left"
 echo "All as expected."

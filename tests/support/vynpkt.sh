@@ -1,5 +1,6 @@
 # What the tests of vynpkt share: source it with the path of vynpkt as the argument. Sets up a folder
-# of its own to work in, which it enters, and removes it at the end.
+# of its own to work in, which it enters, and removes it at the end. A test prints a line for each
+# case and ends at the first that is not as expected.
 
 vynpkt=$(realpath "$1")
 work=$(mktemp -d)
@@ -29,6 +30,14 @@ expect() {
         [ ! -s err ] || fail "vynpkt $*: says something"
     fi
     echo "ok  vynpkt $* -> $code${words:+, $words}"
+}
+
+# gives FILE ARGUMENT...: runs the command, which writes the bytes of this file and says nothing.
+gives() {
+    local file=$1
+    shift
+    expect 0 "" -- "$@"
+    same "vynpkt $*" out "$file"
 }
 
 # same WHAT FILE FILE
