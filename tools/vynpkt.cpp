@@ -30,8 +30,9 @@ Exit codes: 0 done; 1 data refused; 2 wrong usage; 3 a file cannot be read or
 written; 4 done, but something was lost. Numbers named "code" in messages are
 the library's own.
 
-With --json, each message is an object on a line of standard error, with "command",
-"file", "text", "code" and "exit_status", of which those that do not apply are null.
+With --json, each message on standard error is an object on a line of its own:
+"command", "file", "text", "code" and "exit_status", null where none is.
+The log lines of -v stay as they are.
 
 Examples:
   vynpkt pack envelope.json | vynpkt compress | vynpkt unpack
