@@ -109,7 +109,13 @@ uint32_t generate_unique_trans_id(void);
 
 /* ---- Text predicates ------------------------------------------------------------------------- */
 
-/** @return 0 when @p str is null or empty, else 1 (a single blank is not empty). */
+/**
+ * Tell whether a text has any characters; a single blank counts.
+ *
+ * @param[in] str The text.
+ *
+ * @return 0 when @p str is null or empty, else 1.
+ */
 int is_param_not_empty(const char* str);
 
 /**

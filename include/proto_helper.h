@@ -279,6 +279,7 @@ uint32_t read_proto_msg_from_file(uint8_t** bufs, uint32_t* record_count, uint32
  * @return True on success. Failure is logged.
  */
 bool ProtoToJson(std::string& json, google::protobuf::Message& message);
+/** @copydoc ProtoToJson(std::string&, google::protobuf::Message&) */
 bool ProtoToJson(std::string& json, const google::protobuf::Message& message);
 
 /**

@@ -32,8 +32,10 @@ enum {
     MSG_UUID_SIZE = 37            /**< What get_new_message_uuid() writes. */
 };
 
-/** Encoding type of a binary body: raw bytes on the wire, base64 text in JSON. */
-enum { MSG_ENCODING_BINARY = 2 };
+/** Encoding types that the library knows. A body of any other is text. */
+enum {
+    MSG_ENCODING_BINARY = 2 /**< A binary body: raw bytes on the wire, base64 text in JSON. */
+};
 
 /**
  * The header record. All zero is the empty header; zero a record before you fill it or hand it
