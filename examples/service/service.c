@@ -24,6 +24,7 @@
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <syslog.h>
 #include <time.h>
@@ -86,10 +87,10 @@ static size_t record_size(uint32_t length) {
     return size;
 }
 
-/* 1 when the peer got it. A peer that does not read must not hold the service up. */
+/* 1 when the peer got it. One that reads slowly is waited for, as long as the socket allows. */
 static int send_to_peer(const struct service* service, const uint8_t* bytes, uint32_t length) {
-    return sendto(service->socket, bytes, length, MSG_DONTWAIT,
-                  (const struct sockaddr*)&service->peer, sizeof service->peer) >= 0;
+    return sendto(service->socket, bytes, length, 0, (const struct sockaddr*)&service->peer,
+                  sizeof service->peer) >= 0;
 }
 
 /* Sends records from the first one on that the peer does not have. */
@@ -261,13 +262,16 @@ static int set_address(struct sockaddr_un* address, const char* path) {
 }
 
 static int open_socket(const struct sockaddr_un* address) {
+    /* A peer that stopped holds the service up for so long, once a second. */
+    const struct timeval patience = {.tv_usec = 100000};
     struct stat old;
     int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     /* A run that was killed left its socket behind. */
     if (lstat(address->sun_path, &old) == 0 && S_ISSOCK(old.st_mode)) {
         (void)unlink(address->sun_path);
     }
-    if (fd >= 0 && bind(fd, (const struct sockaddr*)address, sizeof *address) != 0) {
+    if (fd >= 0 && (setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience) != 0 ||
+                    bind(fd, (const struct sockaddr*)address, sizeof *address) != 0)) {
         (void)close(fd);
         fd = -1;
     }
