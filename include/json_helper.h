@@ -285,8 +285,8 @@ int get_json_file(const char* path, char* dest, uint32_t size);
 /* Writing files. docs/durability.md compares the three writers. All of them make a file that is
  * not there, replace what it held, keep nothing after the call, and may run on any thread; two
  * threads or processes must not write one path at the same time. A thread that is cancelled in one
- * of them leaks nothing but may leave the file half-written, or the temporary file. A process that exceeds
- * RLIMIT_FSIZE is sent SIGXFSZ by the system, which ends it unless that is ignored. */
+ * of them leaks nothing but may leave the file half-written, or the temporary file. A process that
+ * exceeds RLIMIT_FSIZE is sent SIGXFSZ by the system, which ends it unless that is ignored. */
 
 /**
  * Write JSON text to a file, as json-c renders it. Nothing is synced: after a power cut the file
@@ -343,10 +343,10 @@ int write_to_file_using_fop(const char* path, const void* data, uint32_t length)
  * @param[in] length How many, at least 1.
  *
  * @retval 1 Replaced.
- * @retval 0 Not replaced: the file is as it was and the temporary file is gone (a folder of that name
- *           stays). errno tells why:
- *           EINVAL for a null pointer or no bytes, ENAMETOOLONG for a path that is too long,
- *           ENOSPC for a full disk, otherwise the error of the call that failed. Nothing is logged.
+ * @retval 0 Not replaced: the file is as it was and the temporary file is gone (a folder of that
+ *           name stays). errno tells why: EINVAL for a null pointer or no bytes, ENAMETOOLONG for a
+ *           path that is too long, ENOSPC for a full disk, otherwise the error of the call that
+ *           failed. Nothing is logged.
  */
 int write_to_file_using_mmap_atomic(const char* path, const void* data, uint32_t length);
 
