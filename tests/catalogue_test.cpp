@@ -6,9 +6,9 @@
 #include <google/protobuf/util/message_differencer.h>
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <limits>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -27,51 +27,33 @@ using google::protobuf::MessageFactory;
 using google::protobuf::TextFormat;
 using google::protobuf::util::MessageDifferencer;
 
-// A schema that keeps its length keeps its names, numbers and types, or nearly.
+// The schemas and the lengths of their descriptors. One that keeps its length keeps its names,
+// numbers and types, or nearly.
+const char kFiles[] = R"(
+    vyn_header_v3 478 telemetry 624 geofence 359 telemetry_svc_a2a 445 cm_update_request 471
+    cm_update_response 236 cm_periodic_request 152 cm_periodic_response 126 trip 1444
+    command_resp 358 command_req 431 notification 1177 vyn_digi_pin_hdr 78 digi_pin_req 138
+    onboarding 3227 enums 97 ota_trigger 1103 ota_event 501 pull_ota 456
+    ota_consent_request 223 ota_consent_response 143 ota_ecu_status 662 ota_manifest_ecu 388
+    ota_meta_request 135 ota_token_resp 389 ota_update_resp 242 ota_token_req 217 pm_hdr 71
+    pm_keep_alive_req 67 pm_state_update_noti 175 edge_a2a_req 72 edge_a2a_res 609
+    pm_wakeup_noti 158 dtc_log_file 1038 heartbeat 681
+)";
+
 struct File {
-    const char* name;
+    std::string name;
     std::size_t length;
-};
-const File kFiles[] = {
-    {"vyn_header_v3", 478},
-    {"telemetry", 624},
-    {"geofence", 359},
-    {"telemetry_svc_a2a", 445},
-    {"cm_update_request", 471},
-    {"cm_update_response", 236},
-    {"cm_periodic_request", 152},
-    {"cm_periodic_response", 126},
-    {"trip", 1444},
-    {"command_resp", 358},
-    {"command_req", 431},
-    {"notification", 1177},
-    {"vyn_digi_pin_hdr", 78},
-    {"digi_pin_req", 138},
-    {"onboarding", 3227},
-    {"enums", 97},
-    {"ota_trigger", 1103},
-    {"ota_event", 501},
-    {"pull_ota", 456},
-    {"ota_consent_request", 223},
-    {"ota_consent_response", 143},
-    {"ota_ecu_status", 662},
-    {"ota_manifest_ecu", 388},
-    {"ota_meta_request", 135},
-    {"ota_token_resp", 389},
-    {"ota_update_resp", 242},
-    {"ota_token_req", 217},
-    {"pm_hdr", 71},
-    {"pm_keep_alive_req", 67},
-    {"pm_state_update_noti", 175},
-    {"edge_a2a_req", 72},
-    {"edge_a2a_res", 609},
-    {"pm_wakeup_noti", 158},
-    {"dtc_log_file", 1038},
-    {"heartbeat", 681},
+    const FileDescriptor* descriptor;
 };
 
-const FileDescriptor* find_file(const File& file) {
-    return DescriptorPool::generated_pool()->FindFileByName(std::string(file.name) + ".proto");
+std::vector<File> all_files() {
+    std::istringstream list(kFiles);
+    std::vector<File> files;
+    for (File file{}; list >> file.name >> file.length;) {
+        file.descriptor = DescriptorPool::generated_pool()->FindFileByName(file.name + ".proto");
+        files.push_back(file);
+    }
+    return files;
 }
 
 // The message and all that are nested in it, but for map entries.
@@ -87,10 +69,9 @@ void collect(const Descriptor* type, std::vector<const Descriptor*>& all) {
 
 std::vector<const Descriptor*> all_messages() {
     std::vector<const Descriptor*> all;
-    for (const File& row : kFiles) {
-        const FileDescriptor* file = find_file(row);
-        for (int i = 0; file != nullptr && i < file->message_type_count(); ++i) {
-            collect(file->message_type(i), all);
+    for (const File& file : all_files()) {
+        for (int i = 0; i < file.descriptor->message_type_count(); ++i) {
+            collect(file.descriptor->message_type(i), all);
         }
     }
     return all;
@@ -109,16 +90,16 @@ TEST(Catalogue, DefaultInstancesAreOneInProgramAndLibrary) {
 
 TEST(Catalogue, IsRegisteredWhole) {
     int enums = 0;
-    for (const File& row : kFiles) {
-        SCOPED_TRACE(row.name);
-        const FileDescriptor* file = find_file(row);
-        ASSERT_NE(file, nullptr);
+    EXPECT_EQ(all_files().size(), 35U);
+    for (const File& file : all_files()) {
+        SCOPED_TRACE(file.name);
+        ASSERT_NE(file.descriptor, nullptr);
         google::protobuf::FileDescriptorProto descriptor;
-        file->CopyTo(&descriptor);
-        EXPECT_EQ(descriptor.ByteSizeLong(), row.length);
-        EXPECT_EQ(file->package(),
-                  std::string(row.name) == "ota_manifest_ecu" ? "com.vyn.protobuf.common.ota" : "");
-        enums += file->enum_type_count();
+        file.descriptor->CopyTo(&descriptor);
+        EXPECT_EQ(descriptor.ByteSizeLong(), file.length);
+        EXPECT_EQ(file.descriptor->package(),
+                  file.name == "ota_manifest_ecu" ? "com.vyn.protobuf.common.ota" : "");
+        enums += file.descriptor->enum_type_count();
     }
     int fields = 0;
     int wrappers = 0;
@@ -146,54 +127,36 @@ Value pick(int variant) {
     return variant % 3 == 0 ? Limits::lowest() : variant % 3 == 1 ? Limits::max() : Value{1};
 }
 
-template <typename Set, typename Add, typename Value>
-void put(Message& message, const FieldDescriptor* field, Set set, Add add, const Value& value) {
-    const auto* reflection = message.GetReflection();
-    if (field->is_repeated()) {
-        (reflection->*add)(&message, field, value);
-    } else {
-        (reflection->*set)(&message, field, value);
-    }
-}
-
 void put_value(Message& message, const FieldDescriptor* field, int variant) {
-    using Reflection = google::protobuf::Reflection;
-    const Reflection* reflection = message.GetReflection();
+    const google::protobuf::Reflection* reflection = message.GetReflection();
+#define PUT(TYPE, Name, value)                             \
+    case FieldDescriptor::CPPTYPE_##TYPE:                  \
+        if (field->is_repeated()) {                        \
+            reflection->Add##Name(&message, field, value); \
+        } else {                                           \
+            reflection->Set##Name(&message, field, value); \
+        }                                                  \
+        break;
     switch (field->cpp_type()) {
-        case FieldDescriptor::CPPTYPE_INT32:
-            return put(message, field, &Reflection::SetInt32, &Reflection::AddInt32,
-                       pick<int32_t>(variant));
-        case FieldDescriptor::CPPTYPE_INT64:
-            return put(message, field, &Reflection::SetInt64, &Reflection::AddInt64,
-                       pick<int64_t>(variant));
-        case FieldDescriptor::CPPTYPE_UINT32:
-            return put(message, field, &Reflection::SetUInt32, &Reflection::AddUInt32,
-                       pick<uint32_t>(variant));
-        case FieldDescriptor::CPPTYPE_UINT64:
-            return put(message, field, &Reflection::SetUInt64, &Reflection::AddUInt64,
-                       pick<uint64_t>(variant));
-        case FieldDescriptor::CPPTYPE_FLOAT:
-            return put(message, field, &Reflection::SetFloat, &Reflection::AddFloat,
-                       pick<float>(variant) / 2);
-        case FieldDescriptor::CPPTYPE_DOUBLE:
-            return put(message, field, &Reflection::SetDouble, &Reflection::AddDouble,
-                       pick<double>(variant) / 2);
-        case FieldDescriptor::CPPTYPE_BOOL:
-            return put(message, field, &Reflection::SetBool, &Reflection::AddBool, true);
-        case FieldDescriptor::CPPTYPE_ENUM:
-            return put(message, field, &Reflection::SetEnumValue, &Reflection::AddEnumValue,
-                       field->enum_type()->value_count() - 1);
-        case FieldDescriptor::CPPTYPE_STRING: {
-            const std::string text = field->type() == FieldDescriptor::TYPE_BYTES
-                                         ? std::string("\0\xFF/\"", 4)
-                                         : "\xC3\xA4/\"\\\n\x01" + std::to_string(variant);
-            return put(message, field, &Reflection::SetString, &Reflection::AddString, text);
-        }
+        PUT(INT32, Int32, pick<int32_t>(variant))
+        PUT(INT64, Int64, pick<int64_t>(variant))
+        PUT(UINT32, UInt32, pick<uint32_t>(variant))
+        PUT(UINT64, UInt64, pick<uint64_t>(variant))
+        PUT(FLOAT, Float, pick<float>(variant) / 2)
+        PUT(DOUBLE, Double, pick<double>(variant) / 2)
+        PUT(BOOL, Bool, true)
+        PUT(ENUM, EnumValue, field->enum_type()->value_count() - 1)
+        PUT(STRING, String,
+            field->type() == FieldDescriptor::TYPE_BYTES
+                ? std::string("\0\xFF/\"", 4)
+                : "\xC3\xA4/\"\\\n\x01" + std::to_string(variant))
         case FieldDescriptor::CPPTYPE_MESSAGE:
-            return fill(field->is_repeated() ? *reflection->AddMessage(&message, field)
-                                             : *reflection->MutableMessage(&message, field),
-                        variant);
+            fill(field->is_repeated() ? *reflection->AddMessage(&message, field)
+                                      : *reflection->MutableMessage(&message, field),
+                 variant);
+            break;
     }
+#undef PUT
 }
 
 // Of a oneof, the member whose turn it is.

@@ -6,158 +6,200 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <numeric>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "json_helper.h"
 #include "proto_helper.h"
 #include "support/fault_switch.h"
+#include "support/folder.h"
 #include "support/log_trap.h"
 #include "support/packets.h"
 #include "vyn_header.h"
 
 namespace fs = std::filesystem;
-using vyn_test::bytes_of;
-using vyn_test::calls_of;
-using vyn_test::debug_line;
-using vyn_test::Fault;
-using vyn_test::LogLines;
-using vyn_test::take_log;
 
+namespace vyn_test {
 namespace {
 
-constexpr int kErrors[] = {ENOSPC, EIO, EINTR, EDQUOT, EROFS};
 const std::string kOld = "old contents, which are longer than the new ones";
 const std::string kNew = "new contents";
 const Fault kNone{"", 0};
 
-class Files : public testing::Test {
+class Files : public Folder {
 protected:
-    void SetUp() override {
-        std::string folder = testing::TempDir() + "vyn_files_XXXXXX";
-        ASSERT_NE(mkdtemp(folder.data()), nullptr);
-        folder_ = folder;
-        path_ = folder + "/target";
-        before_ = fs::current_path();
-        (void)take_log();
-    }
-    void TearDown() override {
-        fs::current_path(before_);
-        fs::remove_all(folder_);
-    }
-
-    void put(const std::string& bytes) const { std::ofstream(path_, std::ios::binary) << bytes; }
-    [[nodiscard]] std::string get() const {
-        std::ifstream in(path_, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
     // What is in the folder, in alphabetical order, each name behind a blank.
     [[nodiscard]] std::string names() const {
-        std::vector<std::string> found;
+        std::set<std::string> found;
         for (const auto& entry : fs::directory_iterator(folder_)) {
-            found.push_back(entry.path().filename().string());
+            found.insert(" " + entry.path().filename().string());
         }
-        std::sort(found.begin(), found.end());
-        std::string all;
-        for (const std::string& name : found) {
-            all += " " + name;
-        }
-        return all;
+        return std::accumulate(found.begin(), found.end(), std::string());
     }
     [[nodiscard]] int replace(const std::string& bytes) const {
-        return write_to_file_using_mmap_atomic(path_.c_str(), bytes.data(),
-                                               static_cast<uint32_t>(bytes.size()));
+        return write_to_file_using_mmap_atomic(path_.c_str(), bytes.data(), length_of(bytes));
     }
     static int write_stream(const std::string& bytes, const std::string& path) {
-        return write_to_file_using_fop(path.c_str(), bytes.data(),
-                                       static_cast<uint32_t>(bytes.size()));
-    }
-    [[nodiscard]] uint32_t store(const std::string& packet) const {
-        return store_proto_msg_to_file(bytes_of(packet), static_cast<int32_t>(packet.size()),
-                                       path_.c_str());
-    }
-    [[nodiscard]] uint32_t read_back(uint32_t& count) const {
-        uint8_t room[4][256];
-        uint8_t* slots[] = {room[0], room[1], room[2], room[3], nullptr};
-        uint32_t lengths[4];
-        return read_proto_msg_from_file(slots, &count, lengths, path_.c_str());
+        return write_to_file_using_fop(path.c_str(), bytes.data(), length_of(bytes));
     }
     static std::ptrdiff_t open_files() {
         return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
     }
-
-    std::string folder_;
-    std::string path_;
-    fs::path before_;
 };
 
-TEST_F(Files, AtomicWriterMakesItsCallsInOrder) {
-    const mode_t mask = umask(0);
-    EXPECT_EQ(calls_of(kNone, [&] { EXPECT_EQ(replace(kNew), 1); }),
-              " open ftruncate posix_fallocate mmap msync munmap fsync close rename");
-    (void)umask(mask);
-    EXPECT_EQ(get(), kNew);
-    EXPECT_EQ(names(), " target");
-    EXPECT_EQ(fs::status(path_).permissions(), static_cast<fs::perms>(0644));
-}
+TEST_F(Files, UnderFaults) {
+    constexpr std::size_t kPage = 4096;  // space is reserved only for what reaches beyond one
+    Header large = full_header();
+    large.set_body(times(kPage, 'b'));
+    const std::string packet = large.SerializeAsString();
+    const std::string stored = record(packet);
+    const auto dir = [&](const char* what) {
+        return debug_line(std::string("fsync_parent_dir: ") + what + " for dir " + folder_);
+    };
+    // Each gives 0 for success.
+    const auto do_atomic = [&] { return replace(kNew) == 1 ? 0 : errno; };
+    const auto do_stream = [&] { return write_stream(kNew, path_) == 1 ? 0 : errno; };
+    const auto do_parent = [&] { return fsync_parent_dir(path_.c_str()) == 0 ? 0 : errno; };
+    const auto do_store = [&] { return static_cast<int>(store(packet)); };
+    const auto do_read = [&] {
+        uint8_t room[2 * kPage];
+        uint8_t* bufs[] = {room, nullptr};
+        uint32_t length = 0;
+        uint32_t count = 0;
+        const uint32_t code = read_proto_msg_from_file(bufs, &count, &length, path_.c_str());
+        EXPECT_EQ(count, code == VYN_OK ? 1U : 0U);
+        return static_cast<int>(code);
+    };
+    struct Work {
+        std::string before, after;  // what is in the file
+        std::string log;            // of success
+        std::function<int()> result;
+        const char* calls;
+    };
+    const Work atomic{kOld, kNew, "", do_atomic,
+                      " open ftruncate posix_fallocate mmap msync munmap fsync close rename"};
+    const Work stream{kOld, kNew, "", do_stream, " fopen fwrite fflush fsync fclose"};
+    const Work parent{kOld, kOld, dir("started") + dir("success"), do_parent, " open fsync close"};
+    const Work storing{stored, stored + stored, "", do_store, " open fstat fallocate write close"};
+    const Work reading{stored, stored, "", do_read, " open fstat read close"};
+    for (const Work* work : {&atomic, &stream, &parent, &storing, &reading}) {
+        put(work->before);
+        EXPECT_EQ(calls_of(kNone, [&] { EXPECT_EQ(work->result(), 0); }), work->calls);
+        EXPECT_EQ(get(), work->after);
+    }
 
-TEST_F(Files, AtomicWriterUnderFaults) {
+    constexpr int kItsErrno = -1;
+    const std::vector<int> never;
+    const std::vector<int> always = {ENOSPC, EIO, EINTR, EDQUOT, EROFS, EOPNOTSUPP, ENOSYS};
+    const std::vector<int> once = {EINTR};
+    const std::vector<int> no_reserve = {EINTR, EOPNOTSUPP, ENOSYS};
+    const std::string not_stored = "3 store_proto_msg_to_file: record not stored, errno ";
+    const std::string not_read = "3 read_proto_msg_from_file: read failed, errno ";
+    const std::string not_closed = debug_line("fclose error");
     struct Row {
+        const Work& work;
         const char* call;
-        bool fatal;
-        bool retries;  // an interruption, that is
+        const std::vector<int>& goes_on;  // with which errors it does
+        int result;                       // of its failure
+        std::string log;                  // before an errno, where it ends in a blank
     };
-    constexpr Row kRows[] = {
-        {"open", true, false},  {"ftruncate", true, false}, {"posix_fallocate", true, true},
-        {"mmap", true, false},  {"msync", true, false},     {"munmap", false, false},
-        {"fsync", true, false}, {"close", false, false},    {"rename", true, false},
+    const Row rows[] = {
+        {atomic, "open", never, kItsErrno, ""},
+        {atomic, "ftruncate", never, kItsErrno, ""},
+        {atomic, "posix_fallocate", no_reserve, kItsErrno, ""},
+        {atomic, "mmap", never, kItsErrno, ""},
+        {atomic, "msync", never, kItsErrno, ""},
+        {atomic, "munmap", always, 0, ""},
+        {atomic, "fsync", never, kItsErrno, ""},
+        {atomic, "close", always, 0, ""},
+        {atomic, "rename", never, kItsErrno, ""},
+        {stream, "fopen", never, kItsErrno, debug_line("fopen error")},
+        {stream, "fwrite", never, EIO, debug_line("fwrite-short error") + not_closed},
+        {stream, "fflush", never, kItsErrno, debug_line("fflush error") + not_closed},
+        {stream, "fsync", never, kItsErrno, debug_line("fsync error") + not_closed},
+        {stream, "fclose", always, 0, not_closed},
+        {parent, "open", never, kItsErrno, dir("started")},
+        {parent, "fsync", never, kItsErrno, dir("started") + dir("failed")},
+        {parent, "close", always, 0, parent.log},
+        {storing, "open", never, VYN_FILE_NOT_OPENED, ""},
+        {storing, "fstat", never, VYN_FILE_NOT_OPENED, ""},
+        {storing, "fallocate", no_reserve, VYN_NOT_SERIALIZED, not_stored},
+        {storing, "write", once, VYN_NOT_SERIALIZED, not_stored},
+        {storing, "close", once, VYN_NOT_SERIALIZED, not_stored},
+        {reading, "open", never, VYN_NULL_POINTER, ""},
+        {reading, "fstat", never, VYN_NULL_POINTER, ""},
+        {reading, "read", once, VYN_NOT_SERIALIZED, not_read},
+        {reading, "close", always, 0, ""},
     };
-    for (const Row& row : kRows) {
-        for (const int error : kErrors) {
-            SCOPED_TRACE(std::string(row.call) + ", errno " + std::to_string(error));
-            put(kOld);
+    for (const Row& row : rows) {
+        const std::string call = row.call;
+        for (int n = 0; n < 2 * static_cast<int>(always.size()); ++n) {
+            const int error = always[static_cast<std::size_t>(n) / 2];
+            const int times = n % 2 == 0 ? 1 : 1000;
+            SCOPED_TRACE(testing::Message() << call << " of" << row.work.calls << ", errno "
+                                            << error << ", " << times);
+            const bool listed = std::count(row.goes_on.begin(), row.goes_on.end(), error) != 0;
+            const bool fails = !listed || (error == EINTR && times > 1 && call != "close" &&
+                                           &row.goes_on != &always);
+            const bool closes = call == "close" || call == "fclose";
+            put(row.work.before);
+            (void)take_log();
             const auto files = open_files();
-            const bool fails = row.fatal && !(row.retries && error == EINTR);
             int result = -1;
-            int left = 0;
-            (void)calls_of({row.call, error, 1, 1, false, EBADF}, [&] {
+            // The first failure is told, not that of the close.
+            const Fault fault{call, error, 1, times, false, fails && !closes ? EBADF : 0};
+            const std::string calls = calls_of(fault, [&] {
                 errno = 0;
-                result = replace(kNew);
-                left = errno;
+                result = row.work.result();
             });
-            EXPECT_EQ(result, fails ? 0 : 1);
-            EXPECT_EQ(get(), fails ? kOld : kNew);
-            EXPECT_TRUE(!fails || left == error) << left;
+            EXPECT_EQ(result, !fails ? 0 : row.result == kItsErrno ? error : row.result);
+            std::string lines;
+            for (const std::string& line : take_log()) {
+                lines += line;
+            }
+            const bool with_errno = !row.log.empty() && row.log.back() == ' ';
+            EXPECT_EQ(lines, !fails && &row.goes_on != &always ? row.work.log
+                             : with_errno ? row.log + std::to_string(error) + "\n"
+                                          : row.log);
+            if (&row.work != &stream || !fails) {  // which leaves the file cut
+                EXPECT_EQ(get(), fails && !closes ? row.work.before : row.work.after);
+            }
             EXPECT_EQ(names(), " target");
             EXPECT_EQ(open_files(), files);
-            EXPECT_EQ(take_log(), LogLines{});
+            EXPECT_EQ(calls.find("fsync"), calls.rfind("fsync"));  // never a second one
+            EXPECT_LT(calls.size(), 400U);
         }
     }
 }
 
-TEST_F(Files, AtomicWriterReservesWhereItCan) {
-    for (const int error : {EOPNOTSUPP, ENOSYS}) {
-        (void)calls_of({"posix_fallocate", error}, [&] { EXPECT_EQ(replace(kNew), 1); });
-        EXPECT_EQ(get(), kNew);
+TEST_F(Files, OddFaultsAndPermissions) {
+    const std::string packet = full_header().SerializeAsString();
+    for (const std::size_t end : {4096U, 4097U}) {
+        put(std::string(end - record(packet).size(), 'x'));
+        EXPECT_EQ(calls_of(kNone, [&] { EXPECT_EQ(store(packet), 0U); }),
+                  end == 4096 ? " open fstat write close" : " open fstat fallocate write close");
     }
-    const std::string calls = calls_of({"posix_fallocate", EINTR, 1, 1000}, [&] {
-        EXPECT_EQ(replace(kOld), 0);
-        EXPECT_EQ(errno, EINTR);
-    });
-    EXPECT_LT(calls.size(), 400U);
-    EXPECT_EQ(get(), kNew);
+    // A disk that fills up in the middle of a record, although it was reserved.
+    (void)calls_of({"write", 0, 1, 1, true}, [&] { EXPECT_EQ(store(""), VYN_NOT_SERIALIZED); });
     // What failed is told, not what went wrong while cleaning up.
-    Fault failing{"unlink", EROFS};
+    put(kOld);
     fs::create_directory(path_ + ".tmp");
-    (void)calls_of(failing, [&] {
-        EXPECT_EQ(replace(kOld), 0);
+    (void)calls_of({"unlink", EROFS}, [&] {
+        EXPECT_EQ(replace(kNew), 0);
         EXPECT_EQ(errno, EISDIR);
     });
+    EXPECT_EQ(get(), kOld);
+    fs::remove(path_ + ".tmp");
+    const mode_t mask = umask(0);
+    EXPECT_EQ(replace(kNew), 1);
+    (void)umask(mask);
+    EXPECT_EQ(fs::status(path_).permissions(), static_cast<fs::perms>(0644));
 }
 
 TEST_F(Files, AtomicWriterRefusals) {
@@ -201,9 +243,6 @@ TEST_F(Files, AtomicWriterRefusals) {
 }
 
 TEST_F(Files, StreamWriter) {
-    EXPECT_EQ(calls_of(kNone, [&] { EXPECT_EQ(write_stream(kNew, path_), 1); }),
-              " fopen fwrite fflush fsync fclose");
-    EXPECT_EQ(get(), kNew);
     EXPECT_EQ(write_stream("", path_), 1);
     EXPECT_EQ(get(), "");
     const Fault halves{"fwrite", 0, 1, 3, true};
@@ -232,44 +271,8 @@ TEST_F(Files, StreamWriter) {
     EXPECT_EQ(take_log().front(), debug_line("fwrite error"));
 }
 
-TEST_F(Files, StreamWriterUnderFaults) {
-    struct Row {
-        const char* call;
-        const char* line;
-        int result;
-        int error;  // 0: that of the fault
-    };
-    constexpr Row kRows[] = {
-        {"fopen", "fopen error", 0, 0},   {"fwrite", "fwrite-short error", 0, EIO},
-        {"fflush", "fflush error", 0, 0}, {"fsync", "fsync error", 0, 0},
-        {"fclose", "fclose error", 1, 0},
-    };
-    for (const Row& row : kRows) {
-        for (const int error : kErrors) {
-            SCOPED_TRACE(std::string(row.call) + ", errno " + std::to_string(error));
-            const auto files = open_files();
-            const std::string calls = calls_of({row.call, error}, [&] {
-                errno = 0;
-                EXPECT_EQ(write_stream(kNew, path_), row.result);
-                EXPECT_EQ(errno, row.error != 0 ? row.error : error);
-            });
-            EXPECT_EQ(calls.find("fsync"), calls.rfind("fsync"));  // not twice
-            EXPECT_EQ(take_log(), LogLines{debug_line(row.line)});
-            EXPECT_EQ(open_files(), files);
-            if (row.result == 0) {  // the first failure is told, not that of the close
-                (void)calls_of({row.call, error, 1, 1, false, EBADF}, [&] {
-                    EXPECT_EQ(write_stream(kNew, path_), 0);
-                    EXPECT_EQ(errno, row.error != 0 ? row.error : error);
-                });
-                const LogLines lines = take_log();
-                EXPECT_EQ(lines.size(), std::string(row.call) == "fopen" ? 1U : 2U);
-                EXPECT_EQ(lines.front(), debug_line(row.line));
-            }
-        }
-    }
-}
-
 TEST_F(Files, ParentDirectory) {
+    const fs::path before = fs::current_path();
     fs::current_path(folder_);
     const std::string longest = std::string(253, '/') + "x";
     const std::string dir = folder_ + "/none";
@@ -304,22 +307,9 @@ TEST_F(Files, ParentDirectory) {
         EXPECT_TRUE(row.error != 0 || calls == " open fsync close") << calls;
         EXPECT_EQ(take_log(), expected);
     }
+    fs::current_path(before);
     EXPECT_EQ(fsync_parent_dir(nullptr), -1);
     EXPECT_EQ(errno, EINVAL);
-    for (const int error : kErrors) {
-        for (const char* call : {"open", "fsync", "close"}) {
-            const bool fails = std::string(call) != "close";
-            const auto files = open_files();
-            (void)calls_of({call, error, 1, 1, false, fails ? EBADF : 0}, [&] {
-                EXPECT_EQ(fsync_parent_dir("/x"), fails ? -1 : 0);
-                EXPECT_TRUE(!fails || errno == error) << errno;
-            });
-            EXPECT_EQ(open_files(), files);
-        }
-        const LogLines lines = take_log();  // open: 1, fsync and close: 2
-        ASSERT_EQ(lines.size(), 5U);
-        EXPECT_EQ(lines[2], debug_line("fsync_parent_dir: failed for dir /"));
-    }
 }
 
 TEST_F(Files, JsonWriter) {
@@ -356,61 +346,5 @@ TEST_F(Files, BoundedCopy) {
     }
 }
 
-// ---- The packet file ----------------------------------------------------------------------------
-
-TEST_F(Files, PacketFileUnderFaults) {
-    const std::string packet = vyn_test::full_header().SerializeAsString();
-    EXPECT_EQ(calls_of(kNone, [&] { EXPECT_EQ(store(packet), VYN_OK); }),
-              " open fstat fallocate write close");
-    uint32_t count = 0;
-    EXPECT_EQ(calls_of(kNone, [&] { EXPECT_EQ(read_back(count), VYN_OK); }),
-              " open fstat read close");
-    struct Row {
-        bool storing;
-        Fault fault;
-        uint32_t code;
-        uint32_t stored;  // whole records afterwards
-    };
-    std::vector<Row> rows = {
-        {true, {"fallocate", EINTR}, VYN_OK, 2},
-        {true, {"fallocate", EINTR, 1, 1000}, VYN_NOT_SERIALIZED, 1},
-        {true, {"fallocate", EOPNOTSUPP}, VYN_OK, 2},
-        {true, {"fallocate", ENOSYS}, VYN_OK, 2},
-        {true, {"write", EINTR}, VYN_OK, 2},
-        {true, {"write", EINTR, 1, 1000}, VYN_NOT_SERIALIZED, 1},
-        {true, {"write", 0, 1, 1, true}, VYN_NOT_SERIALIZED, 1},
-        {true, {"close", EINTR}, VYN_OK, 2},
-        {false, {"read", EINTR}, VYN_OK, 1},
-        {false, {"read", EINTR, 1, 1000}, VYN_NOT_SERIALIZED, 0},
-        {false, {"close", EIO}, VYN_OK, 1},
-    };
-    for (const int error : {ENOSPC, EIO, EDQUOT, EROFS}) {
-        rows.push_back({true, {"open", error}, VYN_FILE_NOT_OPENED, 1});
-        rows.push_back({true, {"fstat", error}, VYN_FILE_NOT_OPENED, 1});
-        rows.push_back({true, {"fallocate", error}, VYN_NOT_SERIALIZED, 1});
-        rows.push_back({true, {"write", error}, VYN_NOT_SERIALIZED, 1});
-        rows.push_back({true, {"close", error}, VYN_NOT_SERIALIZED, 2});
-        rows.push_back({false, {"open", error}, VYN_NULL_POINTER, 0});
-        rows.push_back({false, {"read", error}, VYN_NOT_SERIALIZED, 0});
-    }
-    for (const Row& row : rows) {
-        SCOPED_TRACE((row.storing ? "store: " : "read: ") + row.fault.call + ", errno " +
-                     std::to_string(row.fault.error) + ", " + std::to_string(row.fault.times));
-        fs::remove(path_);
-        ASSERT_EQ(store(packet), VYN_OK);
-        (void)take_log();
-        const auto files = open_files();
-        count = 0;
-        (void)calls_of(row.fault, [&] {
-            EXPECT_EQ(row.storing ? store(packet) : read_back(count), row.code);
-        });
-        EXPECT_EQ(open_files(), files);
-        EXPECT_EQ(take_log().size(), row.code == VYN_NOT_SERIALIZED ? 1U : 0U);
-        if (row.storing) {
-            EXPECT_EQ(read_back(count), VYN_OK);
-        }
-        EXPECT_EQ(count, row.stored);
-    }
-}
-
 }  // namespace
+}  // namespace vyn_test

@@ -1,60 +1,25 @@
 // Packet files: what is stored comes back, and what is damaged does not.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "proto_helper.h"
+#include "support/folder.h"
 #include "support/log_trap.h"
 #include "support/packets.h"
 
-using vyn_test::bytes_of;
-using vyn_test::error_line;
-using vyn_test::full_header;
-using vyn_test::kUntouched;
-using vyn_test::LogLines;
-using vyn_test::take_log;
-using vyn_test::times;
-
+namespace vyn_test {
 namespace {
 
-class PacketFile : public testing::Test {
+class PacketFile : public Folder {
 protected:
-    void SetUp() override {
-        std::string folder = testing::TempDir() + "vyn_packets_XXXXXX";
-        ASSERT_NE(mkdtemp(folder.data()), nullptr);
-        folder_ = folder;
-        path_ = folder + "/packets";
-        (void)take_log();
-    }
-    void TearDown() override {
-        (void)unlink(path_.c_str());
-        (void)rmdir(folder_.c_str());
-    }
-
-    [[nodiscard]] uint32_t store(const std::string& pkt) const {
-        return store_proto_msg_to_file(bytes_of(pkt), static_cast<int32_t>(pkt.size()),
-                                       path_.c_str());
-    }
-    void write_file(const std::string& bytes) const {
-        std::ofstream(path_, std::ios::binary) << bytes;
-    }
-    [[nodiscard]] std::string file() const {
-        std::ifstream in(path_, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
-
     struct Records {
         uint32_t code;
         uint32_t count;
@@ -77,9 +42,6 @@ protected:
         }
         return records;
     }
-
-    std::string folder_;
-    std::string path_;
 };
 
 std::string packet(const std::string& id) {
@@ -88,16 +50,13 @@ std::string packet(const std::string& id) {
     return header.SerializeAsString();
 }
 
-// "file": a record as it stands there.
-std::string record(const std::string& pkt) { return static_cast<char>(pkt.size()) + pkt; }
-
 TEST_F(PacketFile, StoresAndReadsInOrder) {
     const std::string full = full_header().SerializeAsString();
     const std::string unknown("\xA2\x06\x03xyz", 6);
     EXPECT_EQ(store(unknown + full), 0U);
     EXPECT_EQ(store(packet("second")), 0U);
     EXPECT_EQ(store(""), 0U);
-    EXPECT_EQ(file(), record(full + unknown) + record(packet("second")) + record(""));
+    EXPECT_EQ(get(), record(full + unknown) + record(packet("second")) + record(""));
     const Records records = read(3);
     EXPECT_EQ(records.code, 0U);
     EXPECT_EQ(records.packets, (std::vector<std::string>{full + unknown, packet("second"), ""}));
@@ -124,7 +83,7 @@ TEST_F(PacketFile, Refusals) {
     EXPECT_EQ(store("\xFF"), 11U);
     EXPECT_EQ(store_proto_msg_to_file(&byte, -1, path), 11U);
     EXPECT_NE(access(path, F_OK), 0) << "made for a packet that is none";
-    write_file("");
+    put("");
     EXPECT_EQ(read().code, 7U);
     EXPECT_EQ(read().count, 0U);
     (void)unlink(path);
@@ -167,7 +126,7 @@ TEST_F(PacketFile, DamageEndsTheReading) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        write_file(row.bytes);
+        put(row.bytes);
         const Records records = read(12);
         EXPECT_EQ(records.code, row.count > 0 ? 0U : 7U);
         EXPECT_EQ(records.count, row.count);
@@ -185,11 +144,11 @@ TEST_F(PacketFile, DamageEndsTheReading) {
         bytes += record(pkt);
     }
     for (std::size_t cut = 0; cut <= bytes.size(); ++cut) {
-        write_file(bytes.substr(0, cut));
+        put(bytes.substr(0, cut));
         std::size_t whole = 0;
         std::size_t end = 0;
-        while (whole < all.size() && end + all[whole].size() + 1 <= cut) {
-            end += all[whole++].size() + 1;
+        while (whole < all.size() && end + record(all[whole]).size() <= cut) {
+            end += record(all[whole++]).size();
         }
         const Records records = read();
         EXPECT_EQ(records.code, whole > 0 ? 0U : 7U) << cut;
@@ -204,7 +163,7 @@ TEST_F(PacketFile, ReadsAtMostSoMany) {
     for (int i = 0; i < 13001; ++i) {
         bytes += record(packet(std::to_string(i)));
     }
-    write_file(bytes);
+    put(bytes);
     EXPECT_EQ(read(13001).count, 13000U);
     uint8_t buffer[100];
     uint8_t* bufs[] = {buffer, buffer, nullptr};
@@ -267,24 +226,5 @@ TEST_F(PacketFile, WhatDoesNotFitIsNotCalledStored) {
     EXPECT_EQ(read(12).packets, std::vector<std::string>(stored + 1, pkt));
 }
 
-// On a disk that is full a record is refused whole: no tear is left for the next to stand behind.
-TEST_F(PacketFile, FullDiskLeavesNoTear) {
-    if (mount("tmpfs", folder_.c_str(), "tmpfs", 0, "size=64k") != 0) {
-        GTEST_SKIP() << "needs root, to mount a small file system";
-    }
-    const std::string pkt = packet(times(3000, 'x'));
-    uint32_t stored = 0;
-    while (store(pkt) == 0) {
-        ++stored;
-    }
-    EXPECT_EQ(store(pkt), 7U);
-    const std::size_t size = file().size();
-    const Records records = read(stored + 1, 3100);
-    (void)umount(folder_.c_str());
-    EXPECT_EQ(records.packets, std::vector<std::string>(stored, pkt));
-    EXPECT_EQ(size, stored * (pkt.size() + 2));
-    EXPECT_EQ(take_log(), LogLines(2, error_line("store_proto_msg_to_file: record not stored, "
-                                                 "errno 28")));
-}
-
 }  // namespace
+}  // namespace vyn_test

@@ -1,46 +1,36 @@
 #include "vynutils.h"
 
 #include <gtest/gtest.h>
-#include <zstd.h>
 
 #include <sstream>
 #include <string>
 
+#include "support/packets.h"
+
+namespace vyn_test {
 namespace {
 
-uint32_t length_of(const std::string& text) { return static_cast<uint32_t>(text.size()); }
-
-const uint8_t* bytes_of(const std::string& text) {
-    return reinterpret_cast<const uint8_t*>(text.data());
-}
-
-// Runs a call on a buffer of a capacity with canaries behind it. What it put out, or "refused".
+// What a call put out; "refused" when it failed, which leaves the length alone.
 template <typename Call>
 std::string output_of(uint32_t capacity, const Call& call) {
-    std::string buffer(capacity + 16, '#');
-    uint32_t length = 4711;  // stays when the call fails
-    const int result = call(reinterpret_cast<uint8_t*>(buffer.data()), &length);
-    EXPECT_EQ(buffer.substr(capacity), std::string(16, '#')) << "written past " << capacity;
-    EXPECT_EQ(result != 0, length == 4711U);
-    return result != 0 ? "refused" : buffer.substr(0, length);
+    const Outcome outcome = into_buffer(capacity, call);
+    EXPECT_EQ(outcome.buffer.substr(capacity).find_first_not_of('#'), std::string::npos);
+    EXPECT_EQ(outcome.code != 0, outcome.length == kUntouched);
+    return outcome.code != 0 ? "refused" : outcome.buffer.substr(0, outcome.length);
 }
 
 std::string decoded(const std::string& text, uint32_t capacity) {
-    return output_of(capacity, [&](uint8_t* out, uint32_t* length) {
-        return base64_decode(text.data(), length_of(text), out, length, capacity);
+    return output_of(capacity, [&](uint8_t* out, uint32_t size, uint32_t* length) {
+        return static_cast<uint32_t>(
+            base64_decode(text.data(), length_of(text), out, length, size));
     });
 }
 
 std::string decompressed(const std::string& packet, uint32_t capacity) {
-    return output_of(capacity, [&](uint8_t* out, uint32_t* length) {
-        return vyn_zstd_decompress(bytes_of(packet), length_of(packet), out, capacity, length);
+    return output_of(capacity, [&](uint8_t* out, uint32_t size, uint32_t* length) {
+        return static_cast<uint32_t>(
+            vyn_zstd_decompress(bytes_of(packet), length_of(packet), out, size, length));
     });
-}
-
-std::string compressed(const std::string& text) {
-    std::string packet(ZSTD_compressBound(text.size()), '\0');
-    packet.resize(ZSTD_compress(packet.data(), packet.size(), text.data(), text.size(), 3));
-    return packet;
 }
 
 TEST(Platform, Base64RoundTripsAtEveryLengthAndCapacity) {
@@ -106,3 +96,4 @@ TEST(Platform, ZstdTakesExactlyOneStandardFrame) {
 }
 
 }  // namespace
+}  // namespace vyn_test

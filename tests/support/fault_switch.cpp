@@ -3,7 +3,6 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/mman.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -82,9 +81,6 @@ std::size_t fwrite(const void* data, std::size_t size, std::size_t count, FILE* 
     }
     return count == 0 ? 0 : real<decltype(fwrite)>("fwrite")(data, size, count, stream);
 }
-int fflush(FILE* stream) {
-    return fails("fflush") ? EOF : real<decltype(fflush)>("fflush")(stream);
-}
 // What cannot be closed is closed all the same.
 int fclose(FILE* stream) {
     const int error = closing_error("fclose");
@@ -98,44 +94,34 @@ int close(int fd) {
     errno = error != 0 ? error : errno;
     return error != 0 ? -1 : result;
 }
-int ftruncate64(int fd, off64_t size) {
-    return fails("ftruncate") ? -1 : real<decltype(ftruncate64)>("ftruncate64")(fd, size);
-}
 int posix_fallocate64(int fd, off64_t offset, off64_t size) {
     return strikes("posix_fallocate")
                ? armed->error
                : real<decltype(posix_fallocate64)>("posix_fallocate64")(fd, offset, size);
 }
-int fallocate64(int fd, int mode, off64_t offset, off64_t size) {
-    return fails("fallocate") ? -1
-                              : real<decltype(fallocate64)>("fallocate64")(fd, mode, offset, size);
-}
-void* mmap64(void* at, std::size_t size, int protection, int flags, int fd, off64_t offset) {
-    return fails("mmap")
-               ? MAP_FAILED
-               : real<decltype(mmap64)>("mmap64")(at, size, protection, flags, fd, offset);
-}
-int msync(void* data, std::size_t size, int flags) {
-    return fails((flags & MS_SYNC) != 0 ? "msync" : "msync-async")
-               ? -1
-               : real<decltype(msync)>("msync")(data, size, flags);
-}
-int munmap(void* data, std::size_t size) {
-    return fails("munmap") ? -1 : real<decltype(munmap)>("munmap")(data, size);
-}
-int fsync(int fd) { return fails("fsync") ? -1 : real<decltype(fsync)>("fsync")(fd); }
-int rename(const char* from, const char* to) {
-    return fails("rename") ? -1 : real<decltype(rename)>("rename")(from, to);
-}
-int unlink(const char* path) {
-    return fails("unlink") ? -1 : real<decltype(unlink)>("unlink")(path);
-}
-int fstat64(int fd, struct stat64* status) {
-    return fails("fstat") ? -1 : real<int(int, struct stat64*)>("fstat64")(fd, status);
-}
-ssize_t read(int fd, void* data, std::size_t size) {
-    return fails("read") ? -1 : real<decltype(read)>("read")(fd, data, size);
-}
+
+// clang-format off
+// NOLINTBEGIN(bugprone-macro-parentheses)
+#define FAILING(result, name, call, parameters, arguments, failure) \
+    result name parameters { return fails(call) ? failure : real<decltype(name)>(#name) arguments; }
+FAILING(int, fflush, "fflush", (FILE* stream), (stream), EOF)
+FAILING(int, ftruncate64, "ftruncate", (int fd, off64_t size), (fd, size), -1)
+FAILING(int, fallocate64, "fallocate", (int fd, int mode, off64_t at, off64_t size),
+        (fd, mode, at, size), -1)
+FAILING(void*, mmap64, "mmap", (void* at, std::size_t size, int access, int flags, int fd, off64_t from),
+        (at, size, access, flags, fd, from), MAP_FAILED)
+FAILING(int, msync, (flags & MS_SYNC) != 0 ? "msync" : "msync-async",
+        (void* data, std::size_t size, int flags), (data, size, flags), -1)
+FAILING(int, munmap, "munmap", (void* data, std::size_t size), (data, size), -1)
+FAILING(int, fsync, "fsync", (int fd), (fd), -1)
+FAILING(int, rename, "rename", (const char* from, const char* to) noexcept, (from, to), -1)
+FAILING(int, unlink, "unlink", (const char* path) noexcept, (path), -1)
+FAILING(int, fstat64, "fstat", (int fd, struct stat64* status) noexcept, (fd, status), -1)
+FAILING(ssize_t, read, "read", (int fd, void* data, std::size_t size), (fd, data, size), -1)
+#undef FAILING
+// NOLINTEND(bugprone-macro-parentheses)
+// clang-format on
+
 ssize_t write(int fd, const void* data, std::size_t size) {
     const bool struck = strikes("write");
     if (struck && !armed->is_short) {
