@@ -13,6 +13,7 @@
 #include "io.h"
 #include "logger.h"
 #include "nearest.h"
+#include "vyn_version.h"
 
 namespace {
 
@@ -146,7 +147,9 @@ void translate_help(Arguments& arguments) {
 
 int run_program(Arguments arguments) {
     CLI::App program("Makes and reads the packets of the telematics unit.", "vynpkt");
-    program.set_version_flag("--version", "vynpkt " VYNPKT_VERSION);
+    program.set_version_flag("--version",
+                             "vynpkt " VYN_PROTO_VERSION " (protobuf " VYN_PROTO_PROTOBUF_VERSION
+                             ", json-c " VYN_PROTO_JSON_C_VERSION ")");
     program.require_subcommand(1);
     program.footer(kNotes);
     program.get_formatter()->label("SUBCOMMAND", "COMMAND");
