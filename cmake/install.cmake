@@ -16,7 +16,8 @@ if(VYN_BUILD_TOOLS)
     install(TARGETS vynpkt RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
 endif()
 
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ ${PROJECT_BINARY_DIR}/include/ ${VYN_GENERATED_DIR}/
+install(DIRECTORY
+    ${PROJECT_SOURCE_DIR}/include/ ${PROJECT_BINARY_DIR}/include/ ${VYN_GENERATED_DIR}/
     DESTINATION ${vyn_install_include} COMPONENT dev FILES_MATCHING PATTERN *.h)
 install(FILES ${vyn_schema_files} DESTINATION ${vyn_install_share}/protos COMPONENT dev)
 
