@@ -117,11 +117,12 @@ FAILING(int, fsync, "fsync", (int fd), (fd), -1)
 FAILING(int, rename, "rename", (const char* from, const char* to) noexcept, (from, to), -1)
 FAILING(int, unlink, "unlink", (const char* path) noexcept, (path), -1)
 FAILING(int, fstat64, "fstat", (int fd, struct stat64* status) noexcept, (fd, status), -1)
+// What fstat is where a time has 64 bits and a pointer 32.
+FAILING(int, __fstat64_time64, "fstat", (int fd, void* status), (fd, status), -1)
 FAILING(ssize_t, read, "read", (int fd, void* data, std::size_t size), (fd, data, size), -1)
 #undef FAILING
 // NOLINTEND(bugprone-macro-parentheses)
 // clang-format on
-
 ssize_t write(int fd, const void* data, std::size_t size) {
     const bool struck = strikes("write");
     if (struck && !armed->is_short) {
