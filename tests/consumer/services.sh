@@ -10,7 +10,7 @@ cd "$work"
 # The compilers may bring arguments of their own.
 read -ra cc <<<"${CC:-cc}"
 read -ra cxx <<<"${CXX:-c++}"
-read -ra flags < <(pkg-config --cflags --libs vyn_proto)
+read -ra flags <<<"$(pkg-config --cflags --libs vyn_proto)"
 "${cc[@]}" -std=c99 -pedantic -Wall -Wextra -Werror "$source/consumer.c" -o in_c "${flags[@]}"
 "${cxx[@]}" -std=c++17 -Wall "$source/consumer.cpp" -o by_pkg_config "${flags[@]}"
 cmake -S "$source" -B . >configured || { cat configured; exit 1; }
