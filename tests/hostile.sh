@@ -5,16 +5,19 @@
 set -euo pipefail
 condition=$1 locales=$2
 shift 2
+# A billion ids are the same under all conditions.
+skipped=*.MessageIdsStartAgainAtOne
 case $condition in
     comma)
         [ -d "$locales/de_DE.UTF-8" ] || exit 77
         # The C library loses LOCPATH's own bytes; one test needs the C locale.
         export ASAN_OPTIONS=detect_leaks=0
-        export GTEST_FILTER=-Logger.OnlyAMessageThatLeavesRoomEndsInANewline
+        skipped+=:Logger.OnlyAMessageThatLeavesRoomEndsInANewline
         set -- env VYN_TEST_LOCALES="$locales" LOCPATH="$locales" LC_ALL=de_DE.UTF-8 \
             VYN_TEST_LOCALE=de_DE.UTF-8 "$@"
         ;;
     umask) umask 077 ;;
     stack) ulimit -s 128 ;;
 esac
+export GTEST_FILTER=-$skipped
 exec "$@"

@@ -40,8 +40,15 @@ protected:
     std::string folder_, path_;
 };
 
-// A packet of up to 127 bytes as it stands in a file.
-inline std::string record(const std::string& pkt) { return static_cast<char>(pkt.size()) + pkt; }
+// A packet as it stands in a file.
+inline std::string record(const std::string& pkt) {
+    const std::size_t length = pkt.size();
+    std::string prefix(1, static_cast<char>(length));
+    if (length >= 0x80) {  // two bytes, up to 16383
+        prefix = {static_cast<char>(length | 0x80), static_cast<char>(length >> 7)};
+    }
+    return prefix + pkt;
+}
 
 }  // namespace vyn_test
 
