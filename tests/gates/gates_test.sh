@@ -2,7 +2,7 @@
 # gates_test.sh PROTODIR INCLUDE LIST LIBRARY: each gate passes what was released, and fails with
 # the right name after a change that breaks what is in the field.
 set -euo pipefail
-gates=$(dirname "$(realpath "${BASH_SOURCE[0]}")")
+gates=$(dirname "$(realpath "${BASH_SOURCE[0]}")") released=$gates/../../released
 protos=$(realpath "$1") include=$(realpath "$2") list=$(realpath "$3") library=$(realpath "$4")
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -10,10 +10,10 @@ cd "$work"
 
 schema() {
     protoc --include_imports -I changed --descriptor_set_out=set changed/*.proto
-    "$gates/schema.py" set "$gates/schema.txt"
+    "$gates/schema.py" set "$released/schema.txt"
 }
 exports() { "$gates/../consumer/exports.sh" "$library" list; }
-abi() { "$gates/abi.sh" changed list "$gates/abi.xml"; }
+abi() { "$gates/abi.sh" changed list "$released/abi.xml"; }
 
 # check GATE WORDS FILE SED: the words are what the gate must say of the change; none: it passes.
 check() {
