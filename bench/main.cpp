@@ -100,11 +100,11 @@ bool restamp(const Sample& sample, Output& out) {
 }  // namespace plain
 
 struct Work {
-    const char* name;
-    std::size_t longest_json_body;
-    Conversion library;
-    Conversion plain;
-    Conversion floor;
+    const char* name = nullptr;
+    std::size_t longest_json_body = 0;
+    Conversion library = nullptr;
+    Conversion plain = nullptr;
+    Conversion floor = nullptr;
     // What comes before a series of calls, and what shows its result when that is not the output.
     void (*start)(const Sample& sample) = nullptr;
     void (*look)(Output& out) = nullptr;

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <stdexcept>
@@ -90,7 +91,7 @@ bool store_floor(const Sample& sample, Output& out) {
     }
     uint8_t* end = CodedOutputStream::WriteVarint32ToArray(
         static_cast<uint32_t>(sample.packet.size()), out.bytes);
-    std::memcpy(end, sample.packet.data(), sample.packet.size());
+    std::copy(sample.packet.begin(), sample.packet.end(), end);
     const auto length =
         static_cast<ssize_t>(end - out.bytes) + static_cast<ssize_t>(sample.packet.size());
     const int fd = open_to_append();
@@ -156,7 +157,7 @@ void start_storing(const Sample& /*unused*/) { (void)::unlink(path()); }
 
 void start_reading(const Sample& sample) {
     start_storing(sample);
-    Output out;
+    Output out{};
     for (std::size_t i = 0; i < kRecords; ++i) {
         if (!store(sample, out)) {
             throw std::runtime_error("a packet was not stored");

@@ -23,6 +23,8 @@ void put_if_set(ObjectWriter& envelope, const TextField& field, const msg_hdr& h
 
 }  // namespace
 
+// Three kilobytes that are written next are not cleared first.
+// NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init)
 EnvelopeText::EnvelopeText(const msg_hdr& hdr, int64_t time, std::string_view bag) : bag_(bag) {
     ObjectWriter head(head_);
     put(head, kSystemId, hdr);

@@ -37,7 +37,7 @@ private:
         kMembers * ObjectWriter::kMemberOverhead;
 
     char head_[kHeadCapacity];
-    std::size_t head_length_;
+    std::size_t head_length_ = 0;
     std::string_view bag_;
     std::string_view body_;
     bool has_body_ = false;

@@ -103,47 +103,50 @@ bool is_number(Kind kind, Fields& fields, uint64_t& value) {
     }
 }
 
-bool is_canonical_bag(const uint8_t* data, std::size_t length);
-
-bool is_delimited(Kind kind, Fields& fields) {
+struct Field {
+    uint32_t number = 0;
+    uint64_t value = 0;
     const uint8_t* data = nullptr;
     std::size_t length = 0;
-    if (!fields.bytes(data, length)) {
+};
+
+// What is in a property bag is another question.
+bool is_delimited(Kind kind, Fields& fields, Field& field) {
+    if (!fields.bytes(field.data, field.length)) {
         return false;
     }
     switch (kind) {
         case Kind::kText:
-            return length > 0 && is_ascii(data, length);
+            return field.length > 0 && is_ascii(field.data, field.length);
         case Kind::kBag:
-            return is_canonical_bag(data, length);
+            return true;
         default:
-            return kind == Kind::kBytes && length > 0;
+            return kind == Kind::kBytes && field.length > 0;
     }
 }
 
-// One field behind the one of that number.
+// One field, behind the one that was read before.
 template <std::size_t Count>
-bool is_field(const Kind (&kinds)[Count], Fields& fields, uint32_t& number, uint64_t& value) {
+bool is_field(const Kind (&kinds)[Count], Fields& fields, Field& field) {
     uint32_t wire_type = 0;
-    if (!fields.tag(number, wire_type) || number >= Count) {
+    if (!fields.tag(field.number, wire_type) || field.number >= Count) {
         return false;
     }
     switch (wire_type) {
         case kVarint:
-            return is_number(kinds[number], fields, value);
+            return is_number(kinds[field.number], fields, field.value);
         case kLengthDelimited:
-            return is_delimited(kinds[number], fields);
+            return is_delimited(kinds[field.number], fields, field);
         default:
             return false;
     }
 }
 
-bool is_canonical_bag(const uint8_t* data, std::size_t length) {
-    Fields fields(data, length);
-    uint32_t number = 0;
-    uint64_t value = 0;
+bool is_canonical_bag(const Field& bag) {
+    Fields fields(bag.data, bag.length);
+    Field field;
     while (!fields.done()) {
-        if (!is_field(kBagFields, fields, number, value)) {
+        if (!is_field(kBagFields, fields, field)) {
             return false;
         }
     }
@@ -161,17 +164,26 @@ struct KnownFields {
 bool is_canonical(const uint8_t* data, uint32_t length, KnownFields& known) {
     known = {0, length};
     Fields fields(data, length);
-    uint32_t number = 0;
+    Field field;
     while (!fields.done()) {
         const auto offset = static_cast<uint32_t>(fields.at() - data);
-        uint64_t value = 0;
-        if (!is_field(kHeaderFields, fields, number, value)) {
+        if (!is_field(kHeaderFields, fields, field)) {
             return false;
         }
-        if (number == Header::kMessageTypeFieldNumber) {
-            known.message_type = static_cast<uint32_t>(value);
-        } else if (number == Header::kPacketStatusFieldNumber) {
-            known.status_offset = offset;
+        switch (field.number) {
+            case Header::kMessageTypeFieldNumber:
+                known.message_type = static_cast<uint32_t>(field.value);
+                break;
+            case Header::kPropertyBagFieldNumber:
+                if (!is_canonical_bag(field)) {
+                    return false;
+                }
+                break;
+            case Header::kPacketStatusFieldNumber:
+                known.status_offset = offset;
+                break;
+            default:
+                break;
         }
     }
     return true;

@@ -48,7 +48,7 @@ constexpr uint64_t kMaxEmptyAtEnd = 8;
 // A length and a packet of that length.
 struct Record {
     std::unique_ptr<uint8_t[]> data;
-    std::size_t length;
+    std::size_t length = 0;
 };
 
 [[nodiscard]] bool make_record(const Packet& packet, Record& record) {
@@ -233,6 +233,12 @@ RecordReader::Outcome RecordReader::take_empty_run() {
     return Outcome::kRecord;
 }
 
+// The caller's buffer is large enough.
+[[nodiscard]] static vyn_result hand_out(const Packet& packet, uint8_t* buf, uint32_t& len) {
+    len = static_cast<uint32_t>(packet.length());
+    return packet.write(buf) ? VYN_OK : VYN_NOT_SERIALIZED;
+}
+
 vyn_result read_packets(uint8_t** bufs, uint32_t& record_count, uint32_t* lens, const char* path) {
     record_count = 0;
     const UniqueFd file(::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
@@ -260,8 +266,7 @@ vyn_result read_packets(uint8_t** bufs, uint32_t& record_count, uint32_t* lens, 
         if (outcome != RecordReader::Outcome::kRecord || bufs[count] == nullptr) {
             break;
         }
-        lens[count] = static_cast<uint32_t>(packet.length());
-        last = packet.write(bufs[count]) ? VYN_OK : VYN_NOT_SERIALIZED;
+        last = hand_out(packet, bufs[count], lens[count]);
         ++count;
     }
     if (last == VYN_OK) {

@@ -35,7 +35,7 @@ struct SentBody {
 
 // The last field of a packet.
 struct StatusField {
-    uint8_t data[11];
+    uint8_t data[11] = {};
     uint32_t length = 0;
 
     StatusField() = default;
