@@ -557,35 +557,36 @@ TEST_F(WireConvert, RestampOfFieldsInAnyOrderAndForm) {
     using namespace std::string_literals;
     const std::string most = times(8, '\xFF');
     const std::string fields[] = {
-        "\x0A\x01i",                 // a text
-        "\x0A\x00"s,                 // at its default
-        "\x0A\x81\x00i"s,            // its length too long
-        "\x0A\x02\xC3\xA4",          // not ASCII
-        "\x0A\x01\x80",              // nor UTF-8
-        "\x18\x05",                  // a number
-        "\x18\x00"s,                 // at its default
-        "\x18\x85\x00"s,             // too long
-        "\x18\xFF\xFF\xFF\xFF\x0F",  // the largest
-        "\x18\x80\x80\x80\x80\x10",  // more than 32 bits
-        "\x48" + most + "\xFF\x01",  // of 64 bits, -1
-        "\x48" + most + "\xFF\x03",  // more than 64
-        "\x5A\x00"s,                 // a property bag, empty
-        "\x5A\x03\x1A\x01"
-        "c",                                                     // with a text
+        "\x0A\x01i",                                             // a text
+        "\x0A\x00"s,                                             // at its default
+        "\x0A\x81\x00i"s,                                        // its length too long
+        "\x0A\x02\xC3\xA4",                                      // not ASCII
+        "\x0A\x01\x80",                                          // nor UTF-8
+        "\x18\x05",                                              // a number
+        "\x18\x00"s,                                             // at its default
+        "\x18\x85\x00"s,                                         // too long
+        "\x18\xFF\xFF\xFF\xFF\x0F",                              // the largest
+        "\x18\x80\x80\x80\x80\x10",                              // more than 32 bits
+        "\x48" + most + "\xFF\x01",                              // of 64 bits, -1
+        "\x48" + most + "\xFF\x03",                              // more than 64
+        "\x5A\x00"s,                                             // a property bag, empty
+        "\x5A\x03\x1A\x01x",                                     // with a text
         "\x5A\x04\x08\x05\x08\x06",                              // a field twice
         "\x5A\x02\x40\x01",                                      // one that is not known
         "\x62\x02\xFF\x00"s,                                     // a body
         "\x68\x01",                                              // the status
         "\x68\x80\x80\x80\x80\xF8" + times(4, '\xFF') + "\x01",  // the least
         "\x68\x80\x80\x80\x80\x08",                              // not one of 32 bits
-        "\x6D"
-        "abcd",      // of another wire type
-        "\x70\x01",  // one that is not known
+        "\x6Dwxyz",                                              // of another wire type
+        "\x70\x01",                                              // one that is not known
     };
     for (const std::string& first : fields) {
         for (const std::string& second : fields) {
             for (const std::string& third : fields) {
-                expect_as_the_plain_chain(first + second + third);
+                std::string pkt = first;
+                pkt += second;
+                pkt += third;
+                expect_as_the_plain_chain(pkt);
             }
         }
     }
