@@ -360,6 +360,19 @@ TEST_F(VynHeader, IdsAreConsecutiveAcrossThreads) {
 }
 
 // A thousand million steps: seconds in a plain build, too long in an instrumented one.
+TEST_F(VynHeader, TextsThatDoNotEndAreCutAtTheirMember) {
+    msg_hdr hdr;
+    std::memset(&hdr, 'A', sizeof hdr);
+    const std::string json = taken(convert_hdr_to_json(&hdr, 0, 0));
+    EXPECT_EQ(json.find("\"message_id\""), std::string(R"({ "system_id": "", )").size() + 64);
+    EXPECT_EQ(json.find("property_bag"), std::string::npos);
+    msg_property_bag bag;
+    std::memset(&bag, 'A', sizeof bag);
+    const std::string text = taken(construct_property_bag(&bag));
+    EXPECT_EQ(text.find("\"error\"") - text.find("\"checksum\""),
+              std::string(R"("checksum": "", )").size() + 256);
+}
+
 TEST_F(VynHeader, MessageIdsStartAgainAtOne) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "too slow under a sanitizer";

@@ -170,6 +170,21 @@ TEST_F(WireConvert, NullPointers) {
     EXPECT_EQ(take_log(), LogLines{});
 }
 
+TEST_F(WireConvert, TextsThatDoNotEndAreCutAtTheirMember) {
+    msg_hdr hdr;
+    std::memset(&hdr, 'A', sizeof hdr);
+    const auto convert = [&] {
+        return into_buffer(kRoom, [&](uint8_t* out, uint32_t size, uint32_t* length) {
+            return cnvrt_hdr_to_protobuf(&hdr, out, size, length, nullptr, 0);
+        });
+    };
+    EXPECT_EQ(convert().code, 9U);
+    hdr.property_bag[0] = '\0';
+    const Header header = parsed(convert());
+    EXPECT_EQ(header.message_id(), times(64, 'A'));
+    EXPECT_EQ(header.target_id(), times(128, 'A'));
+}
+
 // ---- JSON to wire -------------------------------------------------------------------------------
 
 TEST_F(WireConvert, JsonToWire) {

@@ -1,6 +1,7 @@
 #include "envelope/envelope_text.h"
 
 #include "envelope/record_fields.h"
+#include "utils/bounded.h"
 
 namespace vyn {
 namespace {
@@ -77,11 +78,11 @@ std::string_view write_property_bag(const msg_property_bag& record,
     bag.number_if_set("error_code", signed_number(record.error_code));
     bag.number_if_set("OTT", signed_number(record.OTT));
     bag.number_if_set("ack_required", signed_number(record.ack_required));
-    bag.text_if_set("attempt", record.attempt);
-    bag.text_if_set("checksum", record.checksum);
-    bag.text_if_set("error", record.error);
-    bag.text_if_set("target", record.target);
-    bag.text_if_set("file", record.file);
+    bag.text_if_set("attempt", text_of(record.attempt));
+    bag.text_if_set("checksum", text_of(record.checksum));
+    bag.text_if_set("error", text_of(record.error));
+    bag.text_if_set("target", text_of(record.target));
+    bag.text_if_set("file", text_of(record.file));
     return bag.empty() ? std::string_view{} : bag.finish();
 }
 

@@ -3,6 +3,8 @@
 #define VYN_COMMON_ENVELOPE_RECORD_FIELDS_H
 
 #include <cstddef>
+#include <cstring>
+#include <string_view>
 
 #include "vyn_header.h"
 
@@ -24,8 +26,9 @@ constexpr TextField kTargetId = {"target_id", offsetof(msg_hdr, target_id), MSG_
 inline char* text_in(msg_hdr& hdr, const TextField& field) {
     return reinterpret_cast<char*>(&hdr) + field.offset;
 }
-inline const char* text_in(const msg_hdr& hdr, const TextField& field) {
-    return reinterpret_cast<const char*>(&hdr) + field.offset;
+inline std::string_view text_in(const msg_hdr& hdr, const TextField& field) {
+    const char* text = reinterpret_cast<const char*>(&hdr) + field.offset;
+    return {text, ::strnlen(text, field.size)};
 }
 
 }  // namespace vyn

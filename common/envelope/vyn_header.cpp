@@ -65,7 +65,8 @@ char* convert_hdr_to_json(msg_hdr* hdr, int new_id, int current_time) {
     }
     const int64_t time =
         current_time != 0 ? static_cast<int64_t>(get_current_timestamp_()) : hdr->time;
-    const JsonPtr bag = hdr->property_bag[0] != '\0' ? vyn::parse_json(hdr->property_bag) : nullptr;
+    const JsonPtr bag =
+        hdr->property_bag[0] != '\0' ? vyn::parse_member(hdr->property_bag) : nullptr;
     const char* rendered = bag != nullptr ? json_object_to_json_string(bag.get()) : nullptr;
     const vyn::EnvelopeText envelope(*hdr, time, rendered != nullptr ? rendered : "");
     const std::size_t length = envelope.length();

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "utils/bounded.h"
 #include "utils/limits.h"
 #include "vyn_header_v3.pb.h"
 
@@ -85,15 +86,16 @@ void write_bag(const SentBag& bag, BagPiece& piece) {
 
 void write_front(const msg_hdr& hdr, const SentBag& bag, uint32_t body_len, FrontPiece& piece) {
     FieldWriter fields(piece.data);
-    fields.text(Header::kMessageIdFieldNumber, "Header.message_id", hdr.message_id);
-    fields.text(Header::kCorrelationIdFieldNumber, "Header.correlation_id", hdr.correlation_id);
+    fields.text(Header::kMessageIdFieldNumber, "Header.message_id", text_of(hdr.message_id));
+    fields.text(Header::kCorrelationIdFieldNumber, "Header.correlation_id",
+                text_of(hdr.correlation_id));
     fields.number(Header::kVersionFieldNumber, hdr.version);
-    fields.text(Header::kSystemIdFieldNumber, "Header.system_id", hdr.system_id);
+    fields.text(Header::kSystemIdFieldNumber, "Header.system_id", text_of(hdr.system_id));
     fields.number(Header::kSubSystemIdFieldNumber, hdr.sub_system_id);
-    fields.text(Header::kDeviceIdFieldNumber, "Header.device_id", hdr.device_id);
+    fields.text(Header::kDeviceIdFieldNumber, "Header.device_id", text_of(hdr.device_id));
     fields.number(Header::kMessageTypeFieldNumber,
                   combine_msg_type_encoding_type(hdr.msg_type, hdr.encoding_type));
-    fields.text(Header::kTargetIdFieldNumber, "Header.target_id", hdr.target_id);
+    fields.text(Header::kTargetIdFieldNumber, "Header.target_id", text_of(hdr.target_id));
     fields.number(Header::kTtlFieldNumber, hdr.ttl);
     fields.number(Header::kTimeFieldNumber, hdr.time);
     if (bag.present) {

@@ -83,7 +83,7 @@ vyn_result record_to_wire(const msg_hdr& hdr, const SentBody& body, const Packet
     JsonPtr bag;
     SentBag sent;
     if (hdr.property_bag[0] != '\0') {
-        bag = parse_json(hdr.property_bag);
+        bag = parse_member(hdr.property_bag);
         if (bag == nullptr) {
             return VYN_BAD_PROPERTY_BAG;
         }

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <string_view>
 
 namespace vyn {
 
@@ -22,6 +23,12 @@ inline bool fits(std::size_t length, std::size_t size) { return length < size; }
     std::memcpy(dest, text, length);
     dest[length] = '\0';
     return true;
+}
+
+// The text in a member of a record. One that does not end inside it, as none should, is all of it.
+template <std::size_t Size>
+[[nodiscard]] std::string_view text_of(const char (&member)[Size]) {
+    return {member, ::strnlen(member, Size)};
 }
 
 // Cut to size, at the byte. Says whether all of the text fitted.

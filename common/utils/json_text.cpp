@@ -139,8 +139,8 @@ void ObjectWriter::number(std::string_view key, int64_t value) {
     end_ = std::to_chars(end_, end_ + kMaxNumber, value).ptr;
 }
 
-void ObjectWriter::text_if_set(std::string_view key, const char* value) {
-    if (*value != '\0') {
+void ObjectWriter::text_if_set(std::string_view key, std::string_view value) {
+    if (!value.empty()) {
         text(key, value);
     }
 }

@@ -34,7 +34,7 @@ public:
     void number(std::string_view key, int64_t value);
 
     // Members that are empty or zero are not set, and need no key.
-    void text_if_set(std::string_view key, const char* value);
+    void text_if_set(std::string_view key, std::string_view value);
     void number_if_set(std::string_view key, int64_t value);
 
     [[nodiscard]] bool empty() const { return end_ == start_; }

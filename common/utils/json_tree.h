@@ -3,7 +3,9 @@
 #ifndef VYN_COMMON_UTILS_JSON_TREE_H
 #define VYN_COMMON_UTILS_JSON_TREE_H
 
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "json_helper.h"
 #include "utils/owned.h"
@@ -12,6 +14,11 @@ namespace vyn {
 
 // The value that a text holds; null when that is not JSON, or the text `null`.
 [[nodiscard]] JsonPtr parse_json(const char* text);
+// The same for a member of a record; null too when the text does not end inside it.
+template <std::size_t Size>
+[[nodiscard]] JsonPtr parse_member(const char (&member)[Size]) {
+    return ::strnlen(member, Size) < Size ? parse_json(member) : nullptr;
+}
 
 [[nodiscard]] inline bool is_object(const JsonPtr& value) {
     return json_object_is_type(value.get(), json_type_object) != 0;
