@@ -313,7 +313,7 @@ private:
 int run(int argc, char** argv) {
     // Ours first: the last of two equal flags holds.
     char interleaving[] = "--benchmark_enable_random_interleaving=true";
-    char repetitions[] = "--benchmark_repetitions=9";
+    char repetitions[] = "--benchmark_repetitions=5";
     char min_time[] = "--benchmark_min_time=0.2";
     std::vector<char*> arguments = {argv[0], interleaving, repetitions, min_time};
     arguments.insert(arguments.end(), argv + 1, argv + argc);

@@ -44,6 +44,7 @@ __attribute__((format(printf, 3, 4))) void __syslog_chk(int priority, int /*flag
 }
 
 void openlog(const char* ident, int option, int facility) {
+    const std::lock_guard<std::mutex> hold(lock);
     openlog_arguments =
         std::string(ident) + " " + std::to_string(option) + " " + std::to_string(facility);
 }
@@ -59,6 +60,9 @@ LogLines take_log() {
 std::string debug_line(const std::string& text) { return "7 " + text + "\n"; }
 std::string error_line(const std::string& text) { return "3 " + text + "\n"; }
 
-std::string last_openlog() { return openlog_arguments; }
+std::string last_openlog() {
+    const std::lock_guard<std::mutex> hold(lock);
+    return openlog_arguments;
+}
 
 }  // namespace vyn_test
