@@ -97,7 +97,7 @@ private:
         in.json_path = json_path_.c_str();
         in.packets_path = packets_path_.c_str();
         vyn_test::Output out(in);
-        const long code = call.run(in, out);
+        const int64_t code = call.run(in, out);
         note(std::to_string(code) + ' ' + std::to_string(out.length) + ' ' +
              std::to_string(out.number));
         note({out.document, sizeof out.document});

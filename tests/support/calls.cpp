@@ -31,14 +31,14 @@ Value* in_buffer(Output& out) {
 }
 void keep(Output& out, std::string_view text) { (void)text.copy(out.buffer, sizeof out.buffer); }
 
-long result(Output& out, char* text) {
+int64_t result(Output& out, char* text) {
     out.made.reset(text);
     return text != nullptr;
 }
-long result(Output& /*out*/, int code) { return code; }
-long result(Output& /*out*/, uint32_t code) { return code; }
+int64_t result(Output& /*out*/, int code) { return code; }
+int64_t result(Output& /*out*/, uint32_t code) { return code; }
 
-long value_of_tree(Input& in, Output& out) {
+int64_t value_of_tree(Input& in, Output& out) {
     json_val value{};
     const int type = get_json_value(in.tree.get(), in.key.c_str(), &value);
     if (type == VYN_JSON_OBJECT && value.str_val == nullptr) {
@@ -49,7 +49,7 @@ long value_of_tree(Input& in, Output& out) {
     return type;
 }
 
-long set_value(Input& in, Output& out) {
+int64_t set_value(Input& in, Output& out) {
     const double real = in.number * 1e7;
     const void* value = &real;
     if (in.number == VYN_JSON_STRING) {
@@ -59,13 +59,13 @@ long set_value(Input& in, Output& out) {
 }
 
 // Says 1 also when it had no memory for the text without the key.
-long delete_key(Input& in, Output& out) {
+int64_t delete_key(Input& in, Output& out) {
     return del_json_key(in.text.c_str(), in.key.c_str(), out.buffer, in.size) == 1 &&
            out.buffer[0] != '#';
 }
 
 // Leaves out the bag and the time to live that there is no memory for.
-long whole_envelope(Input& in, Output& out) {
+int64_t whole_envelope(Input& in, Output& out) {
     out.made.reset(convert_hdr_to_json(&in.record, 0, 0));
     const auto lacks = [&](const char* key) { return std::strstr(out.made.get(), key) == nullptr; };
     return out.made != nullptr && (in.record.ttl == 0 || !lacks("\"ttl\"")) &&
@@ -73,7 +73,7 @@ long whole_envelope(Input& in, Output& out) {
 }
 
 // A record that there is no memory for ends the reading: 20 and the number of records.
-long read_packets(Input& in, Output& out) {
+int64_t read_packets(Input& in, Output& out) {
     constexpr std::size_t kSlots = 8;
     static thread_local uint8_t room[kSlots][kPacketFileRoom];
     uint8_t* bufs[kSlots + 1] = {};
@@ -86,29 +86,29 @@ long read_packets(Input& in, Output& out) {
         (void)std::copy_n(room[i], count, out.buffer + used);
         used += count;
     }
-    return code == VYN_OK ? 20 + long{out.number} : long{code};
+    return code == VYN_OK ? 20 + int64_t{out.number} : int64_t{code};
 }
 
-long property_bag(Input& in, Output& out) {
+int64_t property_bag(Input& in, Output& out) {
     const auto number = static_cast<uint32_t>(in.number);
     const msg_property_bag bag = {number, number / 2, number / 4, "c", "e", "t", "f", ""};
     return result(out, construct_property_bag(&bag));
 }
 
-long to_json(Input& in, Output& out) {
+int64_t to_json(Input& in, Output& out) {
     std::string json = "kept";
     const bool good = ProtoToJson(json, in.header);
     keep(out, json == "kept" ? std::string_view() : json);
     return good;
 }
 
-long from_json(Input& in, Output& out) {
+int64_t from_json(Input& in, Output& out) {
     Header message;
     return JsonToProto(in.text, message) && message.SerializeToArray(out.buffer, kCallRoom);
 }
 
 // Those that need no memory, and nothing of which is the same twice.
-long ids_and_log(Input& in, Output& /*out*/) {
+int64_t ids_and_log(Input& in, Output& /*out*/) {
     char uuid[MSG_UUID_SIZE];
     get_new_message_uuid(uuid, sizeof uuid);
     const uint32_t id = generate_unique_trans_id();
@@ -136,7 +136,7 @@ struct Arguments {
 
 // clang-format off
 #define CALL(function, ...)                                                                       \
-    #function, [](Input& in, Output& out) -> long {                                               \
+    #function, [](Input& in, Output& out) -> int64_t {                                              \
         [[maybe_unused]] const auto [text, key, other, number, text_len, size, pkt_len, pkt, json, to, bytes,      \
                     length] =                                                                     \
             Arguments{in.text.c_str(), in.key.c_str(), in.other.c_str(), in.number,               \

@@ -67,7 +67,7 @@ struct Output {
 
 struct Call {
     const char* names;  // of the functions, with blanks between
-    long (*run)(Input& in, Output& out);
+    int64_t (*run)(Input& in, Output& out);
     Sample sample;
     // Bits of the results that may tell of memory that ran out; and those of them that outputs are
     // undefined after, or written for. Where the contract lets a function go on without a part,
