@@ -48,8 +48,8 @@ if(CMAKE_CROSSCOMPILING)
     string(APPEND CPACK_DEBIAN_LIBRARY_PACKAGE_DEPENDS ", ${runtime}, libglib2.0-0 (>= 2.12.0), "
         "libjson-c5 (>= 0.15), libprotobuf32 (>= 3.21.12), libssl3 (>= 3.0.0), "
         "libuuid1 (>= 2.16)")
-    string(APPEND CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS ", ${runtime}, libjson-c5 (>= 0.15), "
-        "libprotobuf32 (>= 3.21.12), libzstd1 (>= 1.5.2)")
+    string(APPEND CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS ", ${runtime}, libglib2.0-0 (>= 2.12.0), "
+        "libjson-c5 (>= 0.15), libprotobuf32 (>= 3.21.12), libzstd1 (>= 1.5.2)")
     set(CPACK_DEBIAN_STANDIN_PACKAGE_DEPENDS
         "libc6 (>= 2.34), libssl3 (>= 3.0.0), libstdc++6 (>= 12), libzstd1 (>= 1.5.2)")
 else()
