@@ -52,14 +52,6 @@ bool put_text(json_object* object, const char* key, const char* text) {
     return put_member(object, key, JsonPtr(json_object_new_string(text)));
 }
 
-bool put_int32(json_object* object, const char* key, uint32_t number) {
-    return put_member(object, key, JsonPtr(json_object_new_int(static_cast<int32_t>(number))));
-}
-
-bool put_int64(json_object* object, const char* key, int64_t number) {
-    return put_member(object, key, JsonPtr(json_object_new_int64(number)));
-}
-
 JsonPtr new_double(double number) {
     // Beyond these, the digits before the point do not fit.
     constexpr double kUpperLimit = 1e29;

@@ -31,9 +31,6 @@ template <std::size_t Size>
 [[nodiscard]] bool put_member(json_object* object, const char* key, JsonPtr value);
 
 [[nodiscard]] bool put_text(json_object* object, const char* key, const char* text);
-// Numbers of 32 bits are signed in JSON, so large ones come out negative.
-[[nodiscard]] bool put_int32(json_object* object, const char* key, uint32_t number);
-[[nodiscard]] bool put_int64(json_object* object, const char* key, int64_t number);
 
 // A number that is written with six decimals in any locale; null when it has no such text that
 // fits and reads back equal.
