@@ -169,8 +169,10 @@ uint32_t serialize(const Header& header, uint32_t result, uint8_t* out, uint32_t
 
 uint32_t wire_to_json(const uint8_t* pkt, uint32_t pkt_len, char* json_out,
                       uint32_t json_out_size) {
+    constexpr uint8_t kMagic[] = {0x28, 0xB5, 0x2F, 0xFD};
     uint8_t plain[24576] = {};
-    if (ZSTD_findFrameCompressedSize(pkt, pkt_len) != pkt_len) {
+    if (pkt_len < sizeof kMagic || std::memcmp(pkt, kMagic, sizeof kMagic) != 0 ||
+        ZSTD_findFrameCompressedSize(pkt, pkt_len) != pkt_len) {
         return 13;
     }
     // Makes a context and releases it.

@@ -1,4 +1,6 @@
 // Base64 of the unit's utility library. The input: a text, and bytes.
+#include <glib.h>
+
 #include "fuzz.h"
 #include "vynutils.h"
 
@@ -6,9 +8,12 @@ using vyn_fuzz::at_exact_fit, vyn_fuzz::Buffer, vyn_fuzz::require;
 
 static std::string encoded(const std::string& bytes) {
     const Buffer in(bytes);
-    return at_exact_fit((bytes.size() + 2) / 3 * 4 + 1, 0, 1, [&](const Buffer& out) {
+    g_autofree char* expected = g_base64_encode(in.bytes(), in.size);
+    const std::string text = at_exact_fit(std::strlen(expected) + 1, 0, 1, [&](const Buffer& out) {
         return base64_encode(in.bytes(), in.size, out.text.get(), out.size) != 0;
     });
+    require(vyn_fuzz::up_to_nul(text) == expected, "the text that another library makes");
+    return text;
 }
 
 // A text that is accepted is the only one for its bytes.

@@ -55,11 +55,12 @@ static void json_to_wire(const std::string& json) {
     if (length == vyn_test::kUntouched) {
         return;
     }
+    const std::string pkt = at_exact_fit(length, code, VYN_DOES_NOT_FIT, [&](const Buffer& to) {
+        return to_wire(json, to, length);
+    });
+    require(length == chained_length, "the length that does not fit");
     Header header;
-    // Text that is not UTF-8 is sent, but cannot be read.
-    if (header.ParseFromString(at_exact_fit(length, code, VYN_DOES_NOT_FIT, [&](const Buffer& to) {
-            return to_wire(json, to, length);
-        }))) {
+    if (header.ParseFromString(pkt)) {  // text that is not UTF-8 is sent, but cannot be read
         there_and_back(header);
     }
 }
@@ -83,17 +84,22 @@ static void record_and_back(const std::string& json, const std::string& body) {
     if (get_msg_hdr(json.c_str(), &hdr) == 0) {
         return;
     }
-    uint32_t length = 0;
+    const Buffer out(kRoom);
+    const Buffer chained(kRoom);
+    uint32_t length = vyn_test::kUntouched;
+    uint32_t chained_length = vyn_test::kUntouched;
     const auto convert = [&](const Buffer& to) {
         return cnvrt_hdr_to_protobuf(&hdr, to.bytes(), to.size, &length, vyn_test::bytes_of(body),
                                      vyn_test::length_of(body));
     };
-    Header header;
-    if (convert(Buffer(0)) != VYN_BAD_PROPERTY_BAG &&
-        header.ParseFromString(at_exact_fit(length, VYN_OK, VYN_DOES_NOT_FIT, convert))) {
-        require(header.target_id() == hdr.target_id && header.ttl() == hdr.ttl &&
-                    header.version() == hdr.version && header.body() == body,
-                "a record travels");
+    const uint32_t code = convert(out);
+    require(plain_chain::record_to_wire(hdr, vyn_test::bytes_of(body), vyn_test::length_of(body),
+                                        chained.bytes(), chained.size, &chained_length) == code &&
+                length == chained_length && out.contents() == chained.contents(),
+            "the packet of a record");
+    if (code == VYN_OK) {
+        (void)at_exact_fit(length, VYN_OK, VYN_DOES_NOT_FIT, convert);
+        require(length == chained_length, "the length that does not fit");
     }
     msg_hdr again{};
     require(get_msg_hdr(taken(convert_hdr_to_json(&hdr, 0, 0)).c_str(), &again) == 1,

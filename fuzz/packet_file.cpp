@@ -18,10 +18,11 @@ constexpr std::size_t kFew = 8;                       // so many empty ones are 
 constexpr int kMaxPrefix = 5;                         // bytes of a length
 static const std::string path = "/proc/self/fd/" + std::to_string(memfd_create("packets", 0));
 
-// What a file of these bytes holds, up to the first damage.
-static Records records_in(const std::string& bytes) {
+// The first records of a file of these bytes, up to the first damage, and where that is.
+static Records records_in(const std::string& bytes, std::size_t count, std::size_t* damaged) {
     Records records;
     Header header;
+    *damaged = std::string::npos;
     for (std::size_t at = 0; at < bytes.size() && records.size() < VYN_MAX_RECORDS;) {
         google::protobuf::io::CodedInputStream rest(vyn_test::bytes_of(bytes) + at,
                                                     static_cast<int>(bytes.size() - at));
@@ -31,6 +32,10 @@ static Records records_in(const std::string& bytes) {
             !rest.ReadVarint64(&length) || rest.CurrentPosition() > kMaxPrefix ||
             length > bytes.size() || !rest.ReadString(&record, static_cast<int>(length)) ||
             !header.ParseFromString(record)) {
+            *damaged = at;
+            break;
+        }
+        if (records.size() == count) {  // is looked at, too
             break;
         }
         records.push_back(header.SerializeAsString());
@@ -42,7 +47,8 @@ static Records records_in(const std::string& bytes) {
 // What a file of these bytes holds; it is read with so many buffers, each of its record's size.
 static Records read_as_they_are(const std::string& bytes, std::size_t count = kFew) {
     std::ofstream(path) << bytes;
-    Records records = records_in(bytes);
+    std::size_t damaged = 0;
+    const Records records = records_in(bytes, count, &damaged);
     std::vector<Buffer> buffers;
     std::vector<uint8_t*> slots;
     for (std::size_t i = 0; i <= records.size(); ++i) {
@@ -56,9 +62,15 @@ static Records read_as_they_are(const std::string& bytes, std::size_t count = kF
     uint32_t read = vyn_test::kUntouched;
     const uint32_t code =
         read_proto_msg_from_file(slots.data(), &read, lengths.data(), path.c_str());
+    require(code == (read > 0 ? VYN_OK : VYN_NOT_SERIALIZED) && read == records.size(),
+            "all records up to the damage");
     require(
-        code == (read > 0 ? VYN_OK : VYN_NOT_SERIALIZED) && read == std::min(count, records.size()),
-        "all records up to the damage");
+        vyn_test::take_log() == (damaged == std::string::npos
+                                     ? vyn_test::LogLines{}
+                                     : vyn_test::LogLines{vyn_test::error_line(
+                                           "read_proto_msg_from_file: damaged record at offset " +
+                                           std::to_string(damaged))}),
+        "a line where the damage is");
     for (std::size_t i = 0; i < read; ++i) {
         require(lengths[i] == records[i].size() && buffers[i].contents() == records[i], "a record");
     }
@@ -91,7 +103,9 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     records.resize(records.size() - (read ? 0 : 1));
     std::ifstream file(path);
     std::string whole(std::istreambuf_iterator<char>(file), {});
-    require(records_in(whole) == records, "what was stored is there");
+    std::size_t damaged = 0;
+    require(records_in(whole, kFew, &damaged) == records && damaged == std::string::npos,
+            "what was stored is there");
 
     const std::size_t at = times % (whole.size() + 1);
     (void)read_as_they_are(whole.substr(0, at));
