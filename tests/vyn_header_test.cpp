@@ -109,17 +109,6 @@ TEST_F(VynHeader, FreshIdAndClock) {
     EXPECT_LE(static_cast<uint64_t>(read.time), after);
 }
 
-TEST_F(VynHeader, JsonAndBackKeepsTheRecord) {
-    msg_hdr hdr = filled_record();
-    msg_hdr read{};
-    ASSERT_EQ(get_msg_hdr(taken(convert_hdr_to_json(&hdr, 0, 0)).c_str(), &read), 1);
-    hdr.version = 3;
-    hdr.packet_status = 0;
-    std::memset(hdr.property_bag, 0, sizeof hdr.property_bag);
-    set(hdr.property_bag, R"({ "error_code": 5, "x": [ 1.50 ] })");
-    EXPECT_EQ(std::memcmp(&hdr, &read, sizeof hdr), 0);
-}
-
 // What get_msg_hdr() writes about the keys that an empty object lacks.
 LogLines lines_of_empty() {
     const std::string not_found = "get_key_json_int64 failure:json_object_object_get_ex failed";
@@ -359,7 +348,6 @@ TEST_F(VynHeader, IdsAreConsecutiveAcrossThreads) {
     }
 }
 
-// A thousand million steps: seconds in a plain build, too long in an instrumented one.
 TEST_F(VynHeader, TextsThatDoNotEndAreCutAtTheirMember) {
     msg_hdr hdr;
     std::memset(&hdr, 'A', sizeof hdr);
@@ -373,6 +361,7 @@ TEST_F(VynHeader, TextsThatDoNotEndAreCutAtTheirMember) {
               std::string(R"("checksum": "", )").size() + 256);
 }
 
+// A thousand million steps: seconds in a plain build, too long in an instrumented one.
 TEST_F(VynHeader, MessageIdsStartAgainAtOne) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "too slow under a sanitizer";
