@@ -4,11 +4,14 @@
 #define VYN_FUZZ_FUZZ_H
 
 #include <google/protobuf/stubs/logging.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
 #include <memory>
+#include <string>
 
 #include "support/log_trap.h"
 #include "support/packets.h"
@@ -52,6 +55,17 @@ std::string at_exact_fit(std::size_t needed, uint32_t code, uint32_t too_small, 
             "too little room is refused, and left as it was");
     return exact.contents();
 }
+
+// A file without a name, at a path.
+struct File {
+    File() : path("/proc/self/fd/" + std::to_string(fd)) {}
+    File(const File&) = delete;
+    File& operator=(const File&) = delete;
+    ~File() { (void)close(fd); }
+
+    const int fd = memfd_create("input", MFD_CLOEXEC);
+    const std::string path;
+};
 
 // As a C function sees it.
 inline std::string up_to_nul(const std::string& text) { return text.substr(0, text.find('\0')); }

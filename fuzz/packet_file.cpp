@@ -1,7 +1,6 @@
 // Packet files: any bytes read as one, what was read stored, and that damaged. The input: a line of
 // the number of buffers, a line of how often the bytes repeat or where the damage is, then the bytes.
 #include <google/protobuf/io/coded_stream.h>
-#include <sys/mman.h>
 
 #include <algorithm>
 #include <fstream>
@@ -16,7 +15,6 @@ using Records = std::vector<std::string>;
 constexpr uint32_t kMostBytes = 6 * VYN_MAX_RECORDS;  // more than one block of the reader
 constexpr std::size_t kFew = 8;                       // so many empty ones are no damage
 constexpr int kMaxPrefix = 5;                         // bytes of a length
-static const std::string path = "/proc/self/fd/" + std::to_string(memfd_create("packets", 0));
 
 // The first records of a file of these bytes, up to the first damage, and where that is.
 static Records records_in(const std::string& bytes, std::size_t count, std::size_t* damaged) {
@@ -45,7 +43,8 @@ static Records records_in(const std::string& bytes, std::size_t count, std::size
 }
 
 // What a file of these bytes holds; it is read with so many buffers, each of its record's size.
-static Records read_as_they_are(const std::string& bytes, std::size_t count = kFew) {
+static Records read_as_they_are(const std::string& path, const std::string& bytes,
+                                std::size_t count = kFew) {
     std::ofstream(path) << bytes;
     std::size_t damaged = 0;
     const Records records = records_in(bytes, count, &damaged);
@@ -86,7 +85,9 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (uint32_t i = 1; i < times && bytes.size() < kMostBytes; ++i) {
         bytes += input;
     }
-    Records records = read_as_they_are(bytes, count);
+    const vyn_fuzz::File packets;
+    const std::string& path = packets.path;
+    Records records = read_as_they_are(path, bytes, count);
 
     const std::ofstream emptied(path);
     Header last;
@@ -108,8 +109,8 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             "what was stored is there");
 
     const std::size_t at = times % (whole.size() + 1);
-    (void)read_as_they_are(whole.substr(0, at));
-    (void)read_as_they_are(std::string(whole).replace(at, 1, 1, static_cast<char>(count)));
-    (void)read_as_they_are(whole.insert(at, input, 0, kFew));
+    (void)read_as_they_are(path, whole.substr(0, at));
+    (void)read_as_they_are(path, std::string(whole).replace(at, 1, 1, static_cast<char>(count)));
+    (void)read_as_they_are(path, whole.insert(at, input, 0, kFew));
     return 0;
 }

@@ -328,21 +328,13 @@ TEST_F(Files, JsonWriter) {
 }
 
 TEST_F(Files, BoundedCopy) {
-    struct Row {
-        uint32_t dest_size;
-        uint32_t src_size;
-        const char* result;
-    };
-    constexpr Row kRows[] = {{4, 10, "abcd......"},
-                             {10, 4, "abcd......"},
-                             {0, 10, ".........."},
-                             {10, 0, ".........."},
-                             {10, 10, "abcdefghij"}};
-    for (const Row& row : kRows) {
-        std::string dest(10, '.');
-        EXPECT_EQ(memscpy(dest.data(), row.dest_size, "abcdefghij", row.src_size),
-                  std::min(row.dest_size, row.src_size));
-        EXPECT_EQ(dest, row.result);
+    for (const uint32_t dest_size : {0U, 4U, 10U}) {
+        for (const uint32_t src_size : {0U, 4U, 10U}) {
+            std::string dest(10, '.');
+            const uint32_t copied = std::min(dest_size, src_size);
+            EXPECT_EQ(memscpy(dest.data(), dest_size, "abcdefghij", src_size), copied);
+            EXPECT_EQ(dest, std::string("abcdefghij").substr(0, copied) + times(10 - copied, '.'));
+        }
     }
 }
 

@@ -318,28 +318,6 @@ TEST_F(JsonHelper, ReadsValuesByTheirOwnType) {
     }
 }
 
-TEST_F(JsonHelper, ArrayValueGoesWithEveryDocumentThatIsJson) {
-    const struct {
-        const char* document;
-        const char* key;
-        uint32_t size;
-        int taken;
-    } cases[] = {
-        {"{}", "k", 64, 1},     {"{}", "k", 15, 1},     {"{}", "k", 0, 1}, {"[1]", "k", 64, 1},
-        {"7", "k", 64, 1},      {"{\"k\"", "k", 64, 0}, {"", "k", 64, 0},  {"null", "k", 64, 0},
-        {"{}", nullptr, 64, 0}, {nullptr, "k", 64, 0},
-    };
-    for (const auto& c : cases) {
-        Buffer json(c.document != nullptr ? c.document : "");
-        json_object* value = json_tokener_parse("[ 1, 2 ]");
-        (void)json_object_get(value);  // one reference for us, one to give away
-        (void)set_array_key_json(c.document ? json.data() : nullptr, c.key, value, c.size);
-        const int last = json_object_put(value);
-        EXPECT_EQ(last, c.taken) << json.data() << " size " << c.size;
-        (void)(last == 1 || json_object_put(value) == 1);
-    }
-}
-
 TEST_F(JsonHelper, GapThatCannotFitIsRefusedAtOnce) {
     for (const int index : {20000000, INT_MAX}) {
         Buffer json("[]");

@@ -74,7 +74,6 @@ struct Call {
     // that counts as its failure here.
     uint32_t failures = 1;
     uint32_t loose = 0;
-    bool slow = false;  // waits for the disk
 };
 
 // The same input gives the same result and the same output, but for the ids and the clock, which

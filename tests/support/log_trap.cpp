@@ -5,20 +5,18 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <mutex>
 #include <utility>
 
 namespace {
 
-std::mutex lock;
-vyn_test::LogLines lines;
+// Of each thread its own.
+thread_local vyn_test::LogLines lines;
 std::string openlog_arguments;
 
 __attribute__((format(printf, 2, 0))) void catch_line(int priority, const char* format,
                                                       va_list arguments) {
     char text[4096];
     (void)vsnprintf(text, sizeof text, format, arguments);
-    const std::lock_guard<std::mutex> hold(lock);
     lines.push_back(std::to_string(priority) + " " + text);
     errno = EBADF;  // the real one may leave anything here
 }
@@ -44,7 +42,6 @@ __attribute__((format(printf, 3, 4))) void __syslog_chk(int priority, int /*flag
 }
 
 void openlog(const char* ident, int option, int facility) {
-    const std::lock_guard<std::mutex> hold(lock);
     openlog_arguments =
         std::string(ident) + " " + std::to_string(option) + " " + std::to_string(facility);
 }
@@ -52,17 +49,11 @@ void openlog(const char* ident, int option, int facility) {
 
 namespace vyn_test {
 
-LogLines take_log() {
-    const std::lock_guard<std::mutex> hold(lock);
-    return std::exchange(lines, {});
-}
+LogLines take_log() { return std::exchange(lines, {}); }
 
 std::string debug_line(const std::string& text) { return "7 " + text + "\n"; }
 std::string error_line(const std::string& text) { return "3 " + text + "\n"; }
 
-std::string last_openlog() {
-    const std::lock_guard<std::mutex> hold(lock);
-    return openlog_arguments;
-}
+std::string last_openlog() { return openlog_arguments; }
 
 }  // namespace vyn_test
