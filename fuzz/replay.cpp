@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "fuzz.h"
+#include "logger.h"
 
 namespace fs = std::filesystem;
 
@@ -86,6 +87,7 @@ private:
     }
     void run(std::string next) {
         input = std::move(next);
+        update_log_level(get_log_level());  // while other threads log
         (void)target_(vyn_test::bytes_of(input), input.size());
     }
 
