@@ -118,7 +118,8 @@ int main(int argc, char** argv) {
             const auto after = held();
             std::cout << name << ": " << after.first << " bytes, " << after.second
                       << " descriptors\n";
-            constexpr std::size_t kSlack = 1024;
+            // What the C library holds back for each thread counts as allocated.
+            constexpr std::size_t kSlack = 8192;
             vyn_fuzz::require(
                 first || (after.first <= before.first + kSlack && after.second == before.second),
                 "nothing is left behind");

@@ -110,7 +110,7 @@ TEST_F(PacketFile, ReadsAtMostSoMany) {
     uint32_t count = 0;
     EXPECT_EQ(read_proto_msg_from_file(bufs, &count, lens, path_.c_str()), 0U);
     EXPECT_EQ(count, 2U);
-    const std::string large = packet(times(300000, 'l'));
+    const std::string large = packet(times(3000000, 'l'));  // its length takes four bytes
     (void)unlink(path_.c_str());
     EXPECT_EQ(store(large) + store(large), 0U);
     EXPECT_EQ(read(2, large.size()).packets, std::vector<std::string>(2, large));
