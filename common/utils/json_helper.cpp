@@ -155,9 +155,9 @@ void store(void* to, Value value) {
 }
 
 // A regular file's contents as text; false when it cannot be read or is too large. Opened so that
-// a FIFO or a device cannot hold us up.
+// a FIFO or a device cannot hold us up, nor a terminal become the process's.
 [[nodiscard]] bool read_file(const char* path, std::string& contents) {
-    const vyn::UniqueFd file(::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    const vyn::UniqueFd file(::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     struct stat status {};
     if (!file.valid() || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
         return false;
