@@ -271,7 +271,8 @@ uint32_t read_proto_msg_from_file(uint8_t** bufs, uint32_t* record_count, uint32
 
 /**
  * Append the JSON text of a message to a string: indented, keys as in the schema, enums as
- * numbers, fields at their default value printed too. A text that is not UTF-8 comes out empty.
+ * numbers, fields at their default value printed too. Of a text, the bytes that are not UTF-8 are
+ * left out, with a line of protobuf's on standard error; the result does not tell.
  *
  * @param[in,out] json    Receives the text at its end; as it was after a failure.
  * @param[in]     message Any message of the catalogue; not changed.
