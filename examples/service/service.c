@@ -14,7 +14,8 @@
  * An answer can reach the peer twice, when the service ends between sending and forgetting it; its
  * message_id tells. One that can be neither sent nor stored is lost, and the log says so.
  */
-#define _GNU_SOURCE /* for ppoll() */
+#define _GNU_SOURCE          /* for ppoll() */
+#define _FILE_OFFSET_BITS 64 /* On 32 bits too, stat() knows every file. */
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
