@@ -76,7 +76,8 @@ int get_key_json(const char* json, const char* key, char* dest, uint32_t size);
  * Read a key's value, converted to a type.
  *
  * The conversion is json-c's, whatever type the value has: the string "12" reads as the integer
- * 12, null as false, 0.0 or 0, a number beyond the range as the end of the range.
+ * 12, null as false, 0.0 or 0, a number beyond the range as the end of the range. A string read as
+ * a double wants the decimal point of the process's locale: "2.5" is 0.0 where that is a comma.
  *
  * | type | writes to dest |
  * |---|---|
