@@ -40,6 +40,7 @@ done <<END
 4|line 2: "body" is not base64|{"body":"a"}\n{"message_type":32768,"body":"*"}|pack -l
 4|(code 9)|{"property_bag":{"error":"$long"},"body":"x"}|pack
 1|(stdin): "body": not JSON of Meta|{"message_type":32768,"body":{"vin":5}}|pack --type Meta
+1|(stdin): "body": not JSON of Meta|{"message_type":32768,"body":{"vin":1234567890123456789}}|pack --type Meta
 4|(stdin): "body": skipped what Meta|{"message_type":32768,"body":"{\\\\"vim\\\\":5}"}|pack -t Meta
 1|; 32773 would be|{"message_type":5,"body":{}}|pack --type Meta
 3|body: No such file||pack --body no/body good -o kept

@@ -220,9 +220,8 @@ std::string with_integers_quoted(std::string_view json) {
 
 std::string body_text(const std::string& envelope, const Place& place) {
     // A character takes at most six in the text of an object, as a control character does.
-    const std::string readable = with_integers_quoted(envelope);
-    std::string text(6 * readable.size(), '\0');
-    if (get_body_from_message(readable.c_str(), text.data(), static_cast<uint32_t>(text.size())) ==
+    std::string text(6 * envelope.size(), '\0');
+    if (get_body_from_message(envelope.c_str(), text.data(), static_cast<uint32_t>(text.size())) ==
         0) {
         int type = VYN_JSON_NULL;
         (void)get_json_type(envelope.c_str(), "body", &type);
@@ -239,7 +238,12 @@ Packet pack_with_type(const std::string& envelope, const Descriptor& type, const
         refuse(place, "its message_type is not that of a binary body, as a message is; " +
                           std::to_string(binary) + " would be");
     }
-    const Converted body = encode(type, body_text(envelope, place), place.within("\"body\""));
+    const Place within = place.within("\"body\"");
+    const std::string quoted = with_integers_quoted(envelope);
+    const Converted body = encode(type, body_text(quoted, place), within);
+    if (quoted != envelope) {
+        (void)encode(type, body_text(envelope, place), within);  // a text field takes no number
+    }
     Packet packet = pack_with_body(envelope, body.data, place);
     if (!body.loss.empty()) {
         packet.loss = "\"body\": " + body.loss;
