@@ -286,8 +286,10 @@ int get_json_file(const char* path, char* dest, uint32_t size);
 /* Writing files. docs/durability.md compares the three writers. All of them make a file that is
  * not there, replace what it held, keep nothing after the call, and may run on any thread; two
  * threads or processes must not write one path at the same time. A thread that is cancelled in one
- * of them leaks nothing but may leave the file half-written, or the temporary file. A process that
- * exceeds RLIMIT_FSIZE is sent SIGXFSZ by the system, which ends it unless that is ignored. */
+ * of them may leave the file half-written, or the temporary file. Only the descriptor of
+ * write_to_file(), which is json-c's own, goes to children and is lost when its thread is
+ * cancelled. A process that exceeds RLIMIT_FSIZE is sent SIGXFSZ by the system, which ends it
+ * unless that is ignored. */
 
 /**
  * Write JSON text to a file, as json-c renders it. Nothing is synced: after a power cut the file
