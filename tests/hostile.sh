@@ -19,5 +19,5 @@ case $condition in
     umask) umask 077 ;;
     stack) ulimit -s 128 ;;
 esac
-export GTEST_FILTER=-$skipped
+export GTEST_FILTER=-$skipped GLIBC_TUNABLES=glibc.malloc.tcache_count=0
 exec "$@"
