@@ -72,6 +72,9 @@ done <<END
 2|LOVE: not a packet status||restamp LOVE
 2|-1: not a packet status||pack --status=-1
 1|damaged at offset 7: a record of 6 bytes, of which 1||show damaged
+1|; this is one packet||show good
+1|; this is a zstd frame||show twice
+1|; this is a packet file||unpack damaged
 2|not KEY=VALUE||show --only x damaged
 2|Could not convert: -n = x||show -n x
 1|append: (stdin): not a valid Header (code 11)|nonsense|append file

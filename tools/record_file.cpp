@@ -5,6 +5,8 @@
 #include <cstring>
 
 #include "packet.h"
+#include "proto_helper.h"
+#include "zstd_frame.h"
 
 namespace vynpkt {
 namespace {
@@ -66,8 +68,23 @@ bool RecordReader::have(std::size_t count) {
     return true;
 }
 
+// What people take for a packet file.
+const char* RecordReader::mistaken() {
+    constexpr std::size_t kFrameMagic = 4;
+    const auto size = static_cast<std::size_t>(input_.size());
+    if (offset_ > 0 || held().size() < kFrameMagic) {
+        return "";
+    }
+    if (is_frame(held())) {
+        return "; this is a zstd frame, which \"vynpkt decompress\" opens";
+    }
+    const bool is_packet = size <= VYN_PACKET_CAPACITY && have(size) && held().size() == size &&
+                           parse_header(held(), header_);
+    return is_packet ? "; this is one packet, which \"vynpkt unpack\" reads" : "";
+}
+
 RecordReader::Outcome RecordReader::damaged(const std::string& reason) {
-    reason_ = reason;
+    reason_ = reason + mistaken();
     return Outcome::kDamaged;
 }
 

@@ -52,6 +52,7 @@ private:
     void drop(std::size_t count);
     [[nodiscard]] Outcome take_empty_run();
     [[nodiscard]] Outcome take_record();
+    [[nodiscard]] const char* mistaken();
     [[nodiscard]] Outcome damaged(const std::string& reason);
 
     Input input_;

@@ -12,6 +12,7 @@
 #include "json_helper.h"
 #include "packet.h"
 #include "proto_helper.h"
+#include "record_file.h"
 #include "zstd_frame.h"
 
 namespace vynpkt {
@@ -39,19 +40,33 @@ constexpr std::size_t kEnvelopeRoom = 6 * VYN_PACKET_CAPACITY + 4096;
 
 bool is_soft(uint32_t code) { return code == VYN_DOES_NOT_FIT || code == VYN_BAD_BODY; }
 
+constexpr char kAPacketFile[] =
+    "not a valid Header; this is a packet file, which \"vynpkt show\" reads";
+
+// Whether a record is at the beginning, of what is no packet itself.
+bool is_packet_file(std::string_view bytes) {
+    const Prefix prefix = read_prefix(bytes);
+    Header header;
+    const auto length = static_cast<std::size_t>(prefix.length);
+    return length > 0 && prefix.size > 0 && length <= bytes.size() - prefix.size &&
+           parse_header(bytes.substr(prefix.size, length), header) && !parse_header(bytes, header);
+}
+
 std::string words_for(uint32_t code, const std::string& packet) {
     switch (code) {
         case VYN_DOES_NOT_FIT:
             return "a text is too long for the envelope and left empty there";
         case VYN_NOT_A_HEADER:
-            return kNotAHeader;
+            return is_packet_file(decompressed(packet)) ? kAPacketFile : kNotAHeader;
         case VYN_BAD_BODY:
             return "a binary body of more than " + std::to_string(VYN_BINARY_BODY_CAPACITY) +
                    " bytes does not go into the envelope and is left empty there; --body FILE "
                    "takes it whole";
         case VYN_NOT_DECOMPRESSED:
             try {
-                (void)decompressed(packet);
+                if (is_packet_file(decompressed(packet))) {
+                    return kAPacketFile;
+                }
             } catch (const FrameError& error) {
                 return error.what();
             }
