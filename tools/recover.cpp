@@ -202,8 +202,8 @@ private:
         if (count_ == 0) {
             throw Failure(ExitCode::kRefused, name_, "nothing could be recovered");
         }
-        tell(std::to_string(count_) + " records recovered, " + std::to_string(left_) +
-             " bytes left behind");
+        tell(std::to_string(count_) + (count_ == 1 ? " record" : " records") + " recovered, " +
+             std::to_string(left_) + (left_ == 1 ? " byte" : " bytes") + " left behind");
     }
 
     void tell(const std::string& words) const {
