@@ -23,6 +23,12 @@ _vynpkt() {
     local keys="message_id= correlation_id= version= system_id= sub_system_id= device_id=
         message_type= target_id= ttl= time="
     COMPREPLY=()
+    # To bash the "=" of --status=LIVE is a word of its own.
+    if [[ $before == --* && $word == = ]]; then
+        word=
+    elif [[ $before == = && ${COMP_WORDS[COMP_CWORD - 2]} == --* ]]; then
+        before=${COMP_WORDS[COMP_CWORD - 2]}
+    fi
     if [ "$COMP_CWORD" -eq 1 ]; then
         _vynpkt_words "$commands help --help --version" "$word"
         return
