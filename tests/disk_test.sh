@@ -96,6 +96,7 @@ store_6() {
     sync disk/packets
     "$writer" store disk/packets 4 5 6
 }
+read_packets() { "$writer" read copy/packets; }
 # cuts COMMAND-TO-SHOW COMMAND...: what it shows of each copy taken during the command. The file
 # system is not to make up for missing syncs, nor to write unasked.
 cuts() {
@@ -119,7 +120,7 @@ for commit in "" 'echo >>disk/other; sync disk/other; '; do
     outcome '(none )+(new )+' cuts "state_of copy/fresh" write_file atomic fresh
     outcome '.*new ' cuts "state_of copy/fresh" write_file stream fresh
     outcome '.*new new ' "${stream[@]}"
-    outcome '(1234?5?6? )+' cuts "$writer read copy/packets" store_6
+    outcome '(1234?5?6? )+' cuts read_packets store_6
     outcome '(old )+(new )+' "${atomic[@]}"
 done
 # On Linux msync does what fsync does as well and the other way round. Elsewhere it may not: each

@@ -10,12 +10,14 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 export PATH=${vynpkt%/*}:$PATH PROTOS=$source/common/protobuf/protos PKG_CONFIG_PATH=$work
 
-# The library as if it were installed.
+# The library as if it were installed, whatever the path of the sources holds.
+ln -s "$source/include" "$lib" "$work"
+lib=$work/${lib##*/}
 cat >"$work/vyn_proto.pc" <<END
 Name: vyn_proto
 Description: as it was built
 Version: 1
-Cflags: -I$source/include
+Cflags: -I$work/include
 Libs: -L$lib -lvyn_proto -Wl,-rpath,$lib
 END
 

@@ -153,6 +153,7 @@ same "statuses" <(complete_bash vynpkt pack --status '') \
     <("$vynpkt" describe PacketStatus | sed -n 's/^  \([A-Z]*\) = .*/\1/p')
 
 echo "-- terminals and pipes"
+export vynpkt
 # on_terminal CODE WORDS COMMAND
 on_terminal() {
     local status=0
@@ -163,7 +164,7 @@ on_terminal() {
 }
 "$vynpkt" pack -o binary --body <(printf '\1') - <<<'{"message_type":32773}'
 while IFS='|' read -r code words arguments; do
-    on_terminal "$code" "$words" "$vynpkt $arguments"
+    on_terminal "$code" "$words" "\"\$vynpkt\" $arguments"
 done <<'END'
 2|give -o FILE|pack good
 2|give -o FILE|compress good
@@ -177,16 +178,15 @@ END
 for ((i = 0; i < 9000; ++i)); do echo '{"message_type":5,"body":"12345678"}'; done |
     "$vynpkt" pack -l -o many
 { cat many; head -c 20 many; cat many; } >torn_many
-export vynpkt
 # Progress begins after a second; a sanitizer or a busy machine takes another to start.
-on_terminal 0 "show: " '(cat many; sleep 3; cat many) | $vynpkt show >/dev/null &
-    (cat many; sleep 3; cat many) | $vynpkt verify &
-    (sleep 3; cat good) | $vynpkt append file good - &
-    $vynpkt recover torn_many | (sleep 3; cat >/dev/null) & wait'
+on_terminal 0 "show: " '(cat many; sleep 3; cat many) | "$vynpkt" show >/dev/null &
+    (cat many; sleep 3; cat many) | "$vynpkt" verify &
+    (sleep 3; cat good) | "$vynpkt" append file good - &
+    "$vynpkt" recover torn_many | (sleep 3; cat >/dev/null) & wait'
 for words in "verify: 0 MiB" "append: 100 %" "recover: " "18000 records"; do
     tr '\r' '\n' <out | grep -qF -- "$words" || fail "progress: no '$words'"
 done
-on_terminal 0 "records" "(cat many; sleep 1.1; cat many) | $vynpkt verify 2>err"
+on_terminal 0 "records" "(cat many; sleep 1.1; cat many) | \"\$vynpkt\" verify 2>err"
 [ ! -s err ] || fail "progress without a terminal"
 status=0
 "$vynpkt" compress /dev/urandom 2>err | head -c 1 >out || status=${PIPESTATUS[0]}
