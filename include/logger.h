@@ -38,7 +38,8 @@ enum { LOG_MESSAGE_SIZE = 2048 };
  * Open the connection to syslog and set the threshold.
  *
  * Messages carry the process id and go to facility user. LOG() also works without
- * this call: syslog then uses its default identity, and the threshold is 0.
+ * this call: syslog then uses its default identity, and the threshold is 0. To see messages on a
+ * terminal too, call openlog() with LOG_PERROR behind it.
  *
  * @param[in] ident    Name that every message carries. syslog keeps the pointer, so the text
  *                     must stay in place as long as the process logs. Null selects syslog's
@@ -64,7 +65,8 @@ void log_file_cleanup(void);
  *                   error in place of the message, as long as it is not below the threshold.
  * @param[in] format printf format; must not come from outside. Null writes nothing.
  *
- * errno is the same after the call as before it, and `%m` in the format shows it.
+ * errno is the same after the call as before it, and `%m` in the format shows it (gcc's -pedantic
+ * warns of that in C99; strerror() does the same).
  * Blocks while syslog's daemon does not read its socket, so hold no lock that others
  * need. No lock of the library is held across it.
  */

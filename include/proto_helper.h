@@ -274,6 +274,8 @@ uint32_t read_proto_msg_from_file(uint8_t** bufs, uint32_t* record_count, uint32
  * numbers, fields at their default value printed too. Of a text, the bytes that are not UTF-8 are
  * left out, with a line of protobuf's on standard error; the result does not tell.
  *
+ * Mind the order of the arguments: in both directions the JSON stands in front of the message.
+ *
  * @param[in,out] json    Receives the text at its end; as it was after a failure.
  * @param[in]     message Any message of the catalogue; not changed.
  *
