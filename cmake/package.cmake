@@ -64,6 +64,10 @@ configure_file(${PROJECT_SOURCE_DIR}/packaging/changelog.in ${papers}/changelog 
 execute_process(COMMAND gzip -9nf ${papers}/changelog COMMAND_ERROR_IS_FATAL ANY)
 file(WRITE ${papers}/triggers "activate-noawait ldconfig\n")
 file(CHMOD ${papers}/triggers PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+# Where people look for them.
+file(CREATE_LINK ../vyn_proto/examples ${papers}/examples SYMBOLIC)
+install(FILES ${papers}/examples
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${packages_dev} COMPONENT dev)
 foreach(component IN LISTS CPACK_COMPONENTS_ALL)
     string(TOUPPER ${component} name)
     set(CPACK_DEBIAN_${name}_PACKAGE_NAME ${packages_${component}})
