@@ -143,6 +143,7 @@ static void replay(struct service* service) {
     uint8_t* memory = malloc(STORE_MAX_ANSWERS * room);
     if (memory == NULL) {
         LOG(LOG_LEVEL_ERROR, "no memory to read %s", service->store);
+        service->stored += service->stored == 0; /* Tried again, before anything new is sent. */
         return;
     }
     for (size_t i = 0; i < STORE_MAX_ANSWERS; i++) {
