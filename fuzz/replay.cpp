@@ -1,7 +1,7 @@
-// The fuzz targets as a test, without libFuzzer: vyn_replay CORPUS ROUNDS gives each target its seeds
-// as they are and then so many that are damaged, always the same ones; once more, when no memory and
-// no descriptor may be left behind that the first time had not taken; then all at once in threads.
-// The input that breaks a promise is left in the file broken_promise.
+// The fuzz targets as a test, without libFuzzer: vyn_replay CORPUS ROUNDS [NUMBER] gives each target
+// its seeds as they are and then so many that are damaged, the same ones for the same number; once
+// more, when no memory and no descriptor may be left behind that the first time had not taken; then
+// all at once in threads. The input that breaks a promise is left in the file broken_promise.
 #include <malloc.h>
 
 #include <clocale>
@@ -41,7 +41,8 @@ static void keep_input(int /*signal*/) { std::ofstream("broken_promise") << inpu
 
 class Replay {
 public:
-    Replay(Target& target, const fs::path& folder) : target_(target) {
+    Replay(Target& target, const fs::path& folder, uint32_t number)
+        : target_(target), random_(number) {
         const fs::directory_iterator entries(folder);
         for (const fs::path& path : std::set<fs::path>(begin(entries), end(entries))) {
             std::ifstream file(path, std::ios::binary);
@@ -93,7 +94,7 @@ private:
 
     Target& target_;
     std::vector<std::string> seeds_;
-    std::mt19937 random_{1};
+    std::mt19937 random_;
 };
 
 // Bytes that are allocated (none are counted under a sanitizer), and descriptors. What the C library
@@ -104,18 +105,19 @@ static std::pair<std::size_t, std::ptrdiff_t> held() {
 }
 
 int main(int argc, char** argv) {
-    if (argc != 3) {
+    if (argc < 3) {
         return 2;
     }
     (void)std::setlocale(LC_ALL, "");
     (void)std::signal(SIGABRT, keep_input);
     const fs::path corpus = argv[1];
     const std::size_t rounds = std::stoul(argv[2]);
+    const auto number = static_cast<uint32_t>(argc > 3 ? std::stoul(argv[3]) : 1);
     std::cout << targets.size() << " targets, damaged seeds for each: " << rounds << std::endl;
     std::pair<std::size_t, std::ptrdiff_t> before;
     for (const auto& [name, target] : targets) {
         for (const bool first : {true, false}) {
-            Replay(*target, corpus / name)(rounds);
+            Replay(*target, corpus / name, number)(rounds);
             const auto after = held();
             std::cout << name << ": " << after.first << " bytes, " << after.second
                       << " descriptors\n";
@@ -129,8 +131,8 @@ int main(int argc, char** argv) {
     }
     std::vector<std::thread> threads;
     for (const auto& [name, target] : targets) {
-        threads.emplace_back(Replay(*target, corpus / name), rounds);
-        threads.emplace_back(Replay(*target, corpus / name), rounds);
+        threads.emplace_back(Replay(*target, corpus / name, number), rounds);
+        threads.emplace_back(Replay(*target, corpus / name, number), rounds);
     }
     for (std::thread& thread : threads) {
         thread.join();
