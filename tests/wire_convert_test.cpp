@@ -226,6 +226,7 @@ TEST_F(WireConvert, RestampOfFieldsInAnyOrderAndForm) {
         "\x5A\x04\x08\x05\x08\x06",                              // a field twice
         "\x5A\x02\x40\x01",                                      // one that is not known
         "\x62\x02\xFF\x00"s,                                     // a body
+        "\x62\x00"s,                                             // at its default
         "\x68\x01",                                              // the status
         "\x68\x80\x80\x80\x80\xF8" + times(4, '\xFF') + "\x01",  // the least
         "\x68\x80\x80\x80\x80\x08",                              // not one of 32 bits
