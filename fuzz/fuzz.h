@@ -5,8 +5,8 @@
 
 #include <google/protobuf/stubs/logging.h>
 #include <sys/mman.h>
-#include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
@@ -58,13 +58,9 @@ std::string at_exact_fit(std::size_t needed, uint32_t code, uint32_t too_small, 
 
 // A file without a name, at a path.
 struct File {
-    File() : path("/proc/self/fd/" + std::to_string(fd)) {}
-    File(const File&) = delete;
-    File& operator=(const File&) = delete;
-    ~File() { (void)close(fd); }
-
-    const int fd = memfd_create("input", MFD_CLOEXEC);
-    const std::string path;
+    std::unique_ptr<std::FILE, decltype(&std::fclose)> stream{fdopen(memfd_create("input", 0), "r"),
+                                                              &std::fclose};
+    std::string path = "/proc/self/fd/" + std::to_string(fileno(stream.get()));
 };
 
 // As a C function sees it.

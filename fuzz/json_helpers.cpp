@@ -1,6 +1,7 @@
 // The helpers of JSON documents in buffers. The input: a line of the helper's letter and a number,
 // a line of a key, a line of a value, then the document.
 #include <json-c/json.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <fstream>

@@ -47,7 +47,7 @@ static Records read_as_they_are(const std::string& path, const std::string& byte
                                 std::size_t count = kFew) {
     std::ofstream(path) << bytes;
     std::size_t damaged = 0;
-    const Records records = records_in(bytes, count, &damaged);
+    Records records = records_in(bytes, count, &damaged);
     std::vector<Buffer> buffers;
     std::vector<uint8_t*> slots;
     for (std::size_t i = 0; i <= records.size(); ++i) {

@@ -154,7 +154,7 @@ constexpr char kOddEnvelope[] = R"({"property_bag":{"error_code":1e},"body":{"a"
 constexpr double kReal = 2e7;
 constexpr msg_property_bag kBag = {1, 0, 0, "c", "e", "t", "f", ""};
 
-char json_path[] = "/tmp/vyn_oom_XXXXXX";
+char written_path[] = "/tmp/vyn_oom_XXXXXX";
 char packets_path[] = "/tmp/vyn_oom_XXXXXX";
 Header header;
 const std::string envelope = kEnvelope;
@@ -175,7 +175,7 @@ struct Output {
         std::memset(json, '#', sizeof json);
         std::memset(to, '#', sizeof to);
         json[document.copy(json, sizeof json - 1)] = '\0';
-        std::ofstream(json_path) << R"({"old":[1,2]})";
+        std::ofstream(written_path) << R"({"old":[1,2]})";
         std::ofstream(packets_path) << "\3\x0A\1a\3\x0A\1b";
     }
     long take(char* text) {
@@ -194,7 +194,7 @@ struct Output {
         std::string bytes(json, sizeof json);
         bytes.append(to, sizeof to).append(made != nullptr ? made.get() : "#");
         bytes += std::to_string(length) + ' ' + std::to_string(number);
-        for (const char* path : {json_path, packets_path}) {
+        for (const char* path : {written_path, packets_path}) {
             std::ifstream file(path);
             bytes.append(std::istreambuf_iterator<char>(file), {}).append(1, '|');
         }
@@ -293,11 +293,11 @@ const Call kCalls[] = {
     {CALL(copy_array_json, kArray, 0, o.to, kRoom)},
     {CALL(array_add_json, R"({"k":1})", o.json, kRoom), 1, 0, kArray},
     {CALL(replace_array_index_json, o.json, 40, R"("v")", kRoom), 1, 0, kArray},
-    {CALL(get_json_file, json_path, o.to, kRoom)},
-    {CALL(write_to_file, json_path, kArray), 1, 1},
-    {CALL(write_to_file_using_fop, json_path, kDoc, sizeof kDoc), 1, 1},
-    {CALL(write_to_file_using_mmap_atomic, json_path, kDoc, sizeof kDoc)},
-    {CALL(fsync_parent_dir, json_path), 0},
+    {CALL(get_json_file, written_path, o.to, kRoom)},
+    {CALL(write_to_file, written_path, kArray), 1, 1},
+    {CALL(write_to_file_using_fop, written_path, kDoc, sizeof kDoc), 1, 1},
+    {CALL(write_to_file_using_mmap_atomic, written_path, kDoc, sizeof kDoc)},
+    {CALL(fsync_parent_dir, written_path), 0},
     {"convert_hdr_to_json", whole_envelope, 1, 1},
     {CALL(get_msg_hdr, kEnvelope, o.to_value<msg_hdr>())},
     {CALL(add_body_to_message, kEnvelope, "b/")},
@@ -412,7 +412,7 @@ void in_child(const Call& call, long good, const std::string& written) {
 }
 
 TEST(OutOfMemory, EveryAllocationOfEveryFunction) {
-    ASSERT_GE(close(mkstemp(json_path)), 0);
+    ASSERT_GE(close(mkstemp(written_path)), 0);
     ASSERT_GE(close(mkstemp(packets_path)), 0);
     header = vyn_test::full_header();
     header.clear_ttl();  // left out of the JSON, when it cannot be made
@@ -460,7 +460,7 @@ TEST(OutOfMemory, EveryAllocationOfEveryFunction) {
     for (std::string name; exports >> name;) {
         EXPECT_NE(covered.find(' ' + name + ' '), std::string::npos) << name;
     }
-    (void)unlink(json_path);
+    (void)unlink(written_path);
     (void)unlink(packets_path);
 }
 
