@@ -57,7 +57,7 @@ TEST_F(WireConvert, RecordToWire) {
     EXPECT_EQ(cnvrt_hdr_to_protobuf(&hdr, out, 0, &length, nullptr, 0), 0U);
     EXPECT_EQ(length, 0U);
     // Refused by its length alone: never read.
-    EXPECT_EQ(cnvrt_hdr_to_protobuf(&hdr, out, 8, &length, out, 0x80000000U), 2U);
+    EXPECT_EQ(cnvrt_hdr_to_protobuf(&hdr, out, UINT32_MAX, &length, out, 0x80000000U), 2U);
     EXPECT_EQ(length, 0x80000006U);
     EXPECT_EQ(cnvrt_hdr_to_protobuf(&hdr, out, 8, &length, out, UINT32_MAX), 2U);
     EXPECT_EQ(length, UINT32_MAX);
