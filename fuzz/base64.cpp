@@ -9,7 +9,7 @@ using vyn_fuzz::at_exact_fit, vyn_fuzz::Buffer, vyn_fuzz::require;
 static std::string encoded(const std::string& bytes) {
     const Buffer in(bytes);
     g_autofree char* expected = g_base64_encode(in.bytes(), in.size);
-    const std::string text = at_exact_fit(std::strlen(expected) + 1, 0, 1, [&](const Buffer& out) {
+    std::string text = at_exact_fit(std::strlen(expected) + 1, 0, 1, [&](const Buffer& out) {
         return base64_encode(in.bytes(), in.size, out.text.get(), out.size) != 0;
     });
     require(vyn_fuzz::up_to_nul(text) == expected, "the text that another library makes");
