@@ -37,6 +37,7 @@ answered() { # ID...: so many answers came, in this order
 }
 
 start store && peer_comes
+! timeout 5 "$service" in peer other 2>second && grep -q "in use" second || fail "a second one: $(cat second)"
 send a && datagram <<<garbage && send b && head -c 40000 /dev/zero | datagram && send c
 eventually "answers, and two packets refused" answered a b c && logged 1 "refused: 40000 bytes"
 peer_goes && send d e

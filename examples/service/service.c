@@ -268,8 +268,10 @@ static int open_socket(const struct sockaddr_un* address) {
     const struct timeval patience = {.tv_usec = 100000};
     struct stat old;
     int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    /* A run that was killed left its socket behind. */
-    if (lstat(address->sun_path, &old) == 0 && S_ISSOCK(old.st_mode)) {
+    /* A run that was killed left its socket behind; at that of one that lives bind fails. */
+    if (fd >= 0 && lstat(address->sun_path, &old) == 0 && S_ISSOCK(old.st_mode) &&
+        connect(fd, (const struct sockaddr*)address, sizeof *address) != 0 &&
+        errno == ECONNREFUSED) {
         (void)unlink(address->sun_path);
     }
     if (fd >= 0 && (setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience) != 0 ||
