@@ -155,10 +155,10 @@ int get_json_value(struct json_object* root, const char* key, json_val* result);
  * | VYN_JSON_INT | an `int32_t` |
  * | VYN_JSON_STRING | a text |
  *
- * A double is written into 29 characters. Magnitudes of 1e21 and above lose decimals, all zero
- * there, for want of room; of 1e27 and more (negative: 1e26) nothing but the point is left of them,
- * which strict parsers refuse. From 1e28 on (negative: 1e27) the number is written with an
- * exponent, so that it reads back equal. The locale does not matter.
+ * A double is written into 29 characters. Magnitudes of 1e22 and above (negative: 1e21) lose
+ * decimals, all zero there, for want of room; of 1e27 and more (negative: 1e26) nothing but the
+ * point is left of them, which strict parsers refuse. Above 1e28 (negative: from 1e27 on) the number
+ * is written with an exponent, so that it reads back equal. The locale does not matter.
  *
  * @param[in,out] json  The document.
  * @param[in]     key   The key.

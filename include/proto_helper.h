@@ -279,7 +279,8 @@ uint32_t read_proto_msg_from_file(uint8_t** bufs, uint32_t* record_count, uint32
  * @param[in,out] json    Receives the text at its end; as it was after a failure.
  * @param[in]     message Any message of the catalogue; not changed.
  *
- * @return True on success. Failure is logged.
+ * @return True on success. Failure is logged. Memory that runs out inside protobuf can end the
+ *         process.
  */
 bool ProtoToJson(std::string& json, google::protobuf::Message& message);
 /** @copydoc ProtoToJson(std::string&, google::protobuf::Message&) */
