@@ -13,6 +13,7 @@
 #include <memory>
 #include <string>
 
+#include "support/guarded.h"
 #include "support/log_trap.h"
 #include "support/packets.h"
 
@@ -30,18 +31,17 @@ inline void require(bool kept, const char* promise) {
     }
 }
 
-// On the heap, so that the address sanitizer sees the first byte beyond it.
+// The first byte beyond it is not to be touched.
 struct Buffer {
     explicit Buffer(std::size_t count) : Buffer(std::string(count, '#')) {}
-    explicit Buffer(const std::string& contents)
-        : size(vyn_test::length_of(contents)), text(new char[size]) {
+    explicit Buffer(const std::string& contents) : size(vyn_test::length_of(contents)), text(size) {
         contents.copy(text.get(), size);
     }
     [[nodiscard]] uint8_t* bytes() const { return reinterpret_cast<uint8_t*>(text.get()); }
     [[nodiscard]] std::string contents() const { return {text.get(), size}; }
 
     uint32_t size;
-    std::unique_ptr<char[]> text;
+    vyn_test::Guarded text;
 };
 
 // What a call fills where there is just enough room. With less it is refused and writes nothing.

@@ -117,7 +117,7 @@ int main(int argc, char** argv) {
     std::pair<std::size_t, std::ptrdiff_t> before;
     for (const auto& [name, target] : targets) {
         for (const bool first : {true, false}) {
-            Replay(*target, corpus / name, number)(rounds);
+            std::thread(Replay(*target, corpus / name, number), rounds).join();
             const auto after = held();
             std::cout << name << ": " << after.first << " bytes, " << after.second
                       << " descriptors\n";
