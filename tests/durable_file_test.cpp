@@ -1,6 +1,7 @@
 // Whole files on flash, and the packet file, while the system's calls fail.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,6 +14,7 @@
 #include <numeric>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "json_helper.h"
@@ -178,6 +180,65 @@ TEST_F(Files, UnderFaults) {
     }
 }
 
+// A thread that is cancelled ends as such, and leaves no descriptor behind.
+TEST_F(Files, CancelledThreads) {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "the sanitizer knows nothing of stacks that are unwound so";
+#endif
+    struct Row {
+        const char* call;
+        std::function<void()> work;
+    };
+    const auto do_atomic = [&] { (void)replace(kNew); };
+    const auto do_stream = [&] { (void)write_stream(kNew, path_); };
+    const auto do_parent = [&] { (void)fsync_parent_dir(path_.c_str()); };
+    const auto do_store = [&] { (void)store(full_header().SerializeAsString()); };
+    const auto do_read = [&] {
+        uint8_t room[4096];
+        uint8_t* bufs[] = {room, nullptr};
+        uint32_t number = 0;
+        (void)read_proto_msg_from_file(bufs, &number, &number, path_.c_str());
+    };
+    const auto do_json = [&] {
+        char text[64];
+        (void)get_json_file(path_.c_str(), text, sizeof text);
+    };
+    const Row rows[] = {
+        {"open", do_atomic},   {"msync", do_atomic},  {"fsync", do_atomic},  {"close", do_atomic},
+        {"fopen", do_stream},  {"fwrite", do_stream}, {"fflush", do_stream}, {"fsync", do_stream},
+        {"fclose", do_stream}, {"open", do_parent},   {"fsync", do_parent},  {"close", do_parent},
+        {"open", do_store},    {"write", do_store},   {"close", do_store},   {"open", do_read},
+        {"read", do_read},     {"close", do_read},    {"open", do_json},     {"read", do_json},
+        {"close", do_json},
+    };
+    for (const Row& row : rows) {
+        for (const bool enabled : {true, false}) {
+            SCOPED_TRACE(testing::Message() << row.call << ' ' << (&row - rows) << ' ' << enabled);
+            put(record(full_header().SerializeAsString()));
+            const auto files = open_files();
+            Fault fault{row.call};
+            fault.before = [] {
+                (void)pthread_cancel(pthread_self());
+                pthread_testcancel();
+            };
+            bool survived = false;
+            std::thread thread([&] {
+                int state = -1;
+                (void)pthread_setcancelstate(
+                    enabled ? PTHREAD_CANCEL_ENABLE : PTHREAD_CANCEL_DISABLE, nullptr);
+                (void)calls_of(fault, row.work);
+                survived = true;
+                (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
+                EXPECT_EQ(state, enabled ? PTHREAD_CANCEL_ENABLE : PTHREAD_CANCEL_DISABLE);
+            });
+            thread.join();
+            const std::string call = row.call;
+            EXPECT_EQ(survived, !enabled || call == "close" || call == "fclose");
+            EXPECT_EQ(open_files(), files);
+        }
+    }
+}
+
 TEST_F(Files, OddFaultsAndPermissions) {
     const std::string packet = full_header().SerializeAsString();
     for (const std::size_t end : {4096U, 4097U}) {
@@ -185,6 +246,33 @@ TEST_F(Files, OddFaultsAndPermissions) {
         EXPECT_EQ(calls_of(kNone, [&] { EXPECT_EQ(store(packet), 0U); }),
                   end == 4096 ? " open fstat write close" : " open fstat fallocate write close");
     }
+    put("[1]");
+    EXPECT_EQ(calls_of({"read", EINTR},
+                       [&] {
+                           char text[8];
+                           EXPECT_EQ(get_json_file(path_.c_str(), text, sizeof text), 1);
+                       }),
+              " open fstat read read read close");
+    // More than one block, of which the second cannot be read.
+    Header large;
+    large.set_body(times(16000, 'b'));
+    const std::string block = record(large.SerializeAsString());
+    put(block + block + block + block + block);
+    std::vector<uint8_t> room(block.size());
+    uint8_t* bufs[] = {room.data(), room.data(), room.data(), room.data(), room.data(), nullptr};
+    uint32_t lens[5];
+    uint32_t count = 0;
+    const auto read = [&] { return read_proto_msg_from_file(bufs, &count, lens, path_.c_str()); };
+    (void)calls_of({"read", EIO, 2}, [&] { EXPECT_EQ(read(), VYN_NOT_SERIALIZED); });
+    EXPECT_EQ(count, 0U);
+    (void)take_log();
+    // An empty packet that is stored meanwhile is left for another time.
+    put(record("") + record(""));
+    Fault another{"read"};
+    another.before = [&] { std::ofstream(path_, std::ios::app) << record(""); };
+    (void)calls_of(another, [&] { EXPECT_EQ(read(), VYN_OK); });
+    EXPECT_EQ(count, 2U);
+    EXPECT_EQ(take_log(), LogLines{});
     // A disk that fills up in the middle of a record, although it was reserved.
     (void)calls_of({"write", 0, 1, 1, true}, [&] { EXPECT_EQ(store(""), VYN_NOT_SERIALIZED); });
     // What failed is told, not what went wrong while cleaning up.
@@ -198,8 +286,11 @@ TEST_F(Files, OddFaultsAndPermissions) {
     fs::remove(path_ + ".tmp");
     const mode_t mask = umask(0);
     EXPECT_EQ(replace(kNew), 1);
-    (void)umask(mask);
     EXPECT_EQ(fs::status(path_).permissions(), static_cast<fs::perms>(0644));
+    fs::remove(path_);
+    EXPECT_EQ(store(""), VYN_OK);
+    EXPECT_EQ(fs::status(path_).permissions(), static_cast<fs::perms>(0666));
+    (void)umask(mask);
 }
 
 TEST_F(Files, AtomicWriterRefusals) {
@@ -276,6 +367,8 @@ TEST_F(Files, ParentDirectory) {
     fs::current_path(folder_);
     const std::string longest = std::string(253, '/') + "x";
     const std::string dir = folder_ + "/none";
+    const std::string link = folder_ + "/link";
+    fs::create_directory_symlink(folder_, link);
     struct Row {
         std::string path;
         std::string dir;  // empty: the directory is not come to
@@ -284,6 +377,7 @@ TEST_F(Files, ParentDirectory) {
     const Row rows[] = {
         {"target", ".", 0},
         {path_, folder_, 0},
+        {link + "/x", link, 0},
         {"/x", "/", 0},
         {folder_ + "//", fs::path(folder_).parent_path(), 0},
         {"/" + longest, "/", 0},

@@ -34,7 +34,12 @@ bool strikes(const char* call, bool leaks = false) {
         return false;
     }
     ++seen;
-    return seen >= fault->first && seen - fault->first < fault->times;
+    const bool struck = seen >= fault->first && seen - fault->first < fault->times;
+    if (struck && fault->before) {
+        fault->before();
+        return false;
+    }
+    return struck;
 }
 
 // As strikes(), with the errno of the fault.

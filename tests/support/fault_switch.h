@@ -16,6 +16,7 @@ struct Fault {
     bool is_short =
         false;        // write and fwrite: half of the bytes instead; fwrite notes an error if any
     int closing = 0;  // with which each close fails besides
+    std::function<void()> before = {};  // what happens in front of the call; it does not fail
 };
 
 // Runs the body with the fault, and returns the calls that it made, in order, each behind a blank.
