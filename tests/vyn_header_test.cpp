@@ -97,7 +97,7 @@ TEST_F(VynHeader, FreshIdAndClock) {
     msg_hdr hdr{};
     hdr.time = 5;
     const uint64_t before = get_current_timestamp_();
-    const std::string json = taken(convert_hdr_to_json(&hdr, 1, 1));
+    const std::string json = taken(convert_hdr_to_json(&hdr, -1, -1));
     const uint64_t after = get_current_timestamp_();
     EXPECT_EQ(hdr.time, 5);
 
@@ -107,6 +107,8 @@ TEST_F(VynHeader, FreshIdAndClock) {
     EXPECT_STREQ(read.message_id, hdr.message_id);
     EXPECT_GE(static_cast<uint64_t>(read.time), before);
     EXPECT_LE(static_cast<uint64_t>(read.time), after);
+    (void)taken(convert_hdr_to_json(&hdr, 1, 1));
+    EXPECT_STRNE(read.message_id, hdr.message_id);
 }
 
 // What get_msg_hdr() writes about the keys that an empty object lacks.
@@ -140,16 +142,16 @@ TEST_F(VynHeader, JsonToRecord) {
         {"array", "[1]", lines_of_empty(), cleared},
         {"number", "42", lines_of_empty(), cleared},
         {"wrong types",
-         R"({"message_id":42,"correlation_id":true,"message_type":5.0,"target_id":{},"version":"3",)"
-         R"("system_id":false,"sub_system_id":1.5,"device_id":3,"time":"1","ttl":null,)"
+         R"({"message_id":42,"correlation_id":true,"message_type":5.0,"target_id":{},"version":true,)"
+         R"("system_id":false,"sub_system_id":"3","device_id":3,"time":"1","ttl":null,)"
          R"("property_bag":"{}"})",
          {debug_line("message_id expected to be int but got 3"),
           debug_line("correlation_id expected to be int but got 1"),
           debug_line("message_type expected to be int but got 2"),
           debug_line("target_id expected to be string but got 4"),
-          debug_line("version expected to be int but got 6"),
+          debug_line("version expected to be int but got 1"),
           debug_line("system_id expected to be string but got 1"),
-          debug_line("sub_system_id expected to be int but got 2"),
+          debug_line("sub_system_id expected to be int but got 6"),
           debug_line("device_id expected to be int but got 3"), error_line(no_integer),
           error_line(no_integer), debug_line("property_bag expected to be string but got 6")},
          [](msg_hdr&) {}},
@@ -313,7 +315,7 @@ TEST_F(VynHeader, UuidNeedsItsRoom) {
 }
 
 TEST_F(VynHeader, IdsAreConsecutiveAcrossThreads) {
-    constexpr std::size_t kEach = 200000;
+    constexpr std::size_t kEach = 1000000;
     for (uint32_t (*new_id)() : {get_new_message_id, generate_unique_trans_id}) {
         const uint32_t first = new_id() + 1;
         std::vector<std::vector<uint32_t>> ids(4, std::vector<uint32_t>(kEach));
@@ -342,15 +344,31 @@ TEST_F(VynHeader, IdsAreConsecutiveAcrossThreads) {
 
 TEST_F(VynHeader, TextsThatDoNotEndAreCutAtTheirMember) {
     msg_hdr hdr;
-    std::memset(&hdr, 'A', sizeof hdr);
-    const std::string json = taken(convert_hdr_to_json(&hdr, 0, 0));
-    EXPECT_EQ(json.find("\"message_id\""), std::string(R"({ "system_id": "", )").size() + 64);
-    EXPECT_EQ(json.find("property_bag"), std::string::npos);
+    std::memset(&hdr, 1, sizeof hdr);
+    std::memset(hdr.property_bag, '7', sizeof hdr.property_bag);
+    hdr.encoding_type = 1;
+    hdr.sub_system_id = hdr.msg_type = 0x80000000U;
+    hdr.time = hdr.ttl = INT64_MIN;
+    const auto member = [](const std::string& key, std::size_t count) {
+        std::string text = ", \"" + key + "\": \"";
+        for (; count > 0; --count) {
+            text += "\\u0001";
+        }
+        return text + "\"";
+    };
+    EXPECT_EQ(taken(convert_hdr_to_json(&hdr, 0, 0)),
+              "{ " + member("system_id", 64).substr(2) + member("message_id", 64) +
+                  member("correlation_id", 64) + R"(, "version": 3, "sub_system_id": -2147483648)" +
+                  member("device_id", 128) + member("target_id", 128) +
+                  R"(, "message_type": -2147467264, "time": -9223372036854775808, )"
+                  R"("ttl": -9223372036854775808 })");
     msg_property_bag bag;
-    std::memset(&bag, 'A', sizeof bag);
-    const std::string text = taken(construct_property_bag(&bag));
-    EXPECT_EQ(text.find("\"error\"") - text.find("\"checksum\""),
-              std::string(R"("checksum": "", )").size() + 256);
+    std::memset(&bag, 1, sizeof bag);
+    bag.OTT = 0x80000000U;
+    EXPECT_EQ(taken(construct_property_bag(&bag)),
+              R"({ "error_code": 16843009, "OTT": -2147483648, "ack_required": 16843009)" +
+                  member("attempt", 64) + member("checksum", 256) + member("error", 256) +
+                  member("target", 64) + member("file", 256) + " }");
 }
 
 // A thousand million steps: seconds in a plain build, too long in an instrumented one.

@@ -29,14 +29,16 @@ TEST_F(WireConvert, RecordToWire) {
         });
     };
     EXPECT_EQ(convert().code, 9U);
-    std::strcpy(hdr.property_bag, R"({"error_code":-1,"checksum":"a\u0000b","file":"f"})");
+    std::strcpy(
+        hdr.property_bag,
+        (R"({"error_code":-1,"checksum":")" + times(200, 'a') + R"(\u0000b","file":"f"})").c_str());
     hdr.msg_type = 5;
     hdr.encoding_type = 2;
     hdr.version = 9;
     hdr.sub_system_id = 0;
     hdr.time = INT64_MIN;
     hdr.ttl = INT64_MAX;
-    hdr.packet_status = 77;
+    hdr.packet_status = 0x80000000U;
     const Outcome outcome = convert();
     EXPECT_EQ(outcome.code, 0U);
     Header header;
@@ -49,13 +51,20 @@ TEST_F(WireConvert, RecordToWire) {
                   letters("system_id", 64) + letters("device_id", 128) + "message_type: 32773 " +
                   letters("target_id", 128) +
                   "ttl: 9223372036854775807 time: -9223372036854775808 property_bag { "
-                  "error_code: 4294967295 checksum: \"a\" } body: \"\\001/\" packet_status: 77");
+                  "error_code: 4294967295 checksum: \"" +
+                  times(200, 'a') + "\" } body: \"\\001/\" packet_status: -2147483648");
     hdr = {};
     std::strcpy(hdr.property_bag, R"({"error_code":"5","checksum":null})");
     uint32_t length = 1;
     uint8_t out[8];
     EXPECT_EQ(cnvrt_hdr_to_protobuf(&hdr, out, 0, &length, nullptr, 0), 0U);
     EXPECT_EQ(length, 0U);
+    for (const char* bag : {R"({"error_code":0})", R"({"checksum":""})"}) {
+        std::strcpy(hdr.property_bag, bag);
+        EXPECT_EQ(cnvrt_hdr_to_protobuf(&hdr, out, 2, &length, nullptr, 0), 0U);
+        EXPECT_EQ(length, 2U);  // it is there, with nothing in it
+    }
+    hdr = {};
     // Refused by its length alone: never read.
     EXPECT_EQ(cnvrt_hdr_to_protobuf(&hdr, out, UINT32_MAX, &length, out, 0x80000000U), 2U);
     EXPECT_EQ(length, 0x80000006U);
@@ -73,6 +82,7 @@ TEST_F(WireConvert, JsonToWire) {
     const Row rows[] = {
         {R"({"property_bag":{"error_code":5,"checksum":"c"},"body":"QQ=="})", 0,
          "property_bag { error_code: 5 } body: \"QQ==\""},
+        {R"({"property_bag":{"error_code":0},"body":""})", 0, "property_bag { }"},
         {R"({"message_type":32769,"body":"QQ=="})", 0, "message_type: 32769 body: \"A\""},
         {R"({"message_type":98305,"body":"QQ=="})", 0, "message_type: 32769 body: \"A\""},
         {R"({"body":{"a":1}})", 0, R"(body: "{ \"a\": 1 }")"},
@@ -177,6 +187,12 @@ TEST_F(WireConvert, RestampInPlaceAndRefusals) {
     std::string pkt = full_header().SerializeAsString();
     uint32_t type = kUntouched;
     uint32_t length = kUntouched;
+    EXPECT_EQ(deser_nd_alter_pkt_st(bytes_of(pkt), length_of(pkt), bytes_of(pkt), 1, &length,
+                                    HISTORY, &type),
+              2U);
+    EXPECT_EQ(length, pkt.size());
+    EXPECT_EQ(type, 5U);
+    (void)take_log();
     EXPECT_EQ(deser_nd_alter_pkt_st(bytes_of(pkt), length_of(pkt), bytes_of(pkt), length_of(pkt),
                                     &length, HISTORY, &type),
               0U);
@@ -193,7 +209,8 @@ TEST_F(WireConvert, RestampInPlaceAndRefusals) {
     EXPECT_EQ(deser_nd_alter_pkt_st(p, 1, nullptr, 1, &length, 1, &type), 1U);
     EXPECT_EQ(deser_nd_alter_pkt_st(p, 1, p, 1, nullptr, 1, &type), 1U);
     EXPECT_EQ(deser_nd_alter_pkt_st(p, 1, p, 1, &length, 1, nullptr), 1U);
-    EXPECT_EQ(deser_nd_alter_pkt_st(p, 0x80000000U, p, 1, &length, 1, &type), 8U);
+    std::string huge = "b\x80\x80\x80\x80\x08";  // a body that is refused by its length alone
+    EXPECT_EQ(deser_nd_alter_pkt_st(bytes_of(huge), 0x80000006U, p, 1, &length, 1, &type), 8U);
     (void)take_log();
     for (const std::string bad : {"\xFF", "\x0A\x01\xFF", "\x0A\x05xx"}) {
         EXPECT_EQ(deser_nd_alter_pkt_st(bytes_of(bad), length_of(bad), p, 64, &length, 1, &type),
