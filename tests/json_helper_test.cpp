@@ -81,11 +81,13 @@ const Copy copies[] = {
     {CALL(get_generic_key_json(json, key, to, 6, size)), R"({"k":null})"},
     {CALL(get_generic_key_json(json, key, to, 0, size)), R"({"k":"x"})"},
     {CALL(get_generic_key_json(json, key, to, 5, size)), R"({"k":[]})"},
-    {CALL(set_generic_key_json(json, key, odd(256), 1, size)), R"({"k":1,"b":[]})",
+    {CALL(set_generic_key_json(json, key, odd(INT_MIN), 1, size)), R"({"k":1,"b":[]})",
      R"({ "k": true, "b": [ ] })"},
     {CALL(set_generic_key_json(json, key, odd(0), 1, size)), "{}", R"({ "k": false })"},
     {CALL(set_generic_key_json(json, key, odd(0.1), 2, size)), "{}", R"({ "k": 0.100000 })"},
     {CALL(set_generic_key_json(json, key, odd(-0.0), 2, size)), "{}", R"({ "k": -0.000000 })"},
+    {CALL(set_generic_key_json(json, key, odd(-9e20), 2, size)), "{}",
+     R"({ "k": -900000000000000000000.000000 })"},
     {CALL(set_generic_key_json(json, key, odd(INT_MIN), 3, size)), "{}", R"({ "k": -2147483648 })"},
     {CALL(set_generic_key_json(json, key, "[1]\n\"/", 6, size)), "{}", R"({ "k": "[1]\n\"\/" })"},
     {CALL(set_generic_key_json(json, key, nullptr, 6, size)), "{}"},
@@ -116,6 +118,8 @@ const Copy copies[] = {
      R"([ [ 2 ], "\n" ])"},
     {CALL(replace_array_index_json(json, 1, "{}", size)), "[0]", "[ 0, { } ]"},
     {CALL(replace_array_index_json(json, 3, "1", size)), "[]", "[ null, null, null, 1 ]"},
+    {CALL(replace_array_index_json(json, 7, "1", size)), "[]",
+     "[ null, null, null, null, null, null, null, 1 ]"},
     {CALL(replace_array_index_json(json, -1, "1", size)), "[0]"},
     {CALL(replace_array_index_json(json, 0, "null", size)), "[0]"},
     {CALL(replace_array_index_json(json, 0, nullptr, size)), "[0]"},
@@ -319,7 +323,7 @@ TEST_F(JsonHelper, ReadsValuesByTheirOwnType) {
 }
 
 TEST_F(JsonHelper, GapThatCannotFitIsRefusedAtOnce) {
-    for (const int index : {20000000, INT_MAX}) {
+    for (const int index : {20000000, 715827883, INT_MAX}) {
         Buffer json("[]");
         const std::clock_t start = std::clock();
         EXPECT_EQ(replace_array_index_json(json.data(), index, "1", 256), 0);

@@ -5,6 +5,9 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
 #include <string>
 
 #include "support/log_trap.h"
@@ -71,24 +74,44 @@ TEST_F(Logger, ArgumentsAreVerbatimAndErrnoIsKept) {
     errno = ENOENT;
     LOG(2, "%s", "100%s%n%d");
     EXPECT_EQ(errno, ENOENT);
+    void (*const log)(uint32_t, const char*, ...) = LOG;  // the compiler does not know %m
+    log(2, "%m");
+    EXPECT_EQ(take_log(), (LogLines{error_line("100%s%n%d"), error_line(std::strerror(ENOENT))}));
+    errno = ENOENT;
     notify_IVI_("50% of %s", -7);
     notify_IVI_(nullptr, 0);
     EXPECT_EQ(errno, ENOENT);
-    EXPECT_EQ(take_log(), (LogLines{error_line("100%s%n%d"), error_line("50% of %s"),
-                                    error_line("Error Code : -7"), error_line("(null)"),
-                                    error_line("Error Code : 0")}));
+    EXPECT_EQ(take_log(), (LogLines{error_line("50% of %s"), error_line("Error Code : -7"),
+                                    error_line("(null)"), error_line("Error Code : 0")}));
 }
 
 TEST_F(Logger, InitOpensTheConnectionAndSetsTheThreshold) {
     EXPECT_EQ(log_file_init("vynd", -1, 2), 1);
     EXPECT_EQ(last_openlog(), "vynd 1 8");
     EXPECT_EQ(get_log_level(), 2U);
+    EXPECT_EQ(log_file_init(nullptr, 0, 0), 1);
+    log_file_cleanup();
+    EXPECT_EQ(last_openlog(), "(null) 1 8");
 }
 
 TEST_F(Logger, TimestampIsInMilliseconds) {
     const uint64_t before = now_in_milliseconds();
     const uint64_t stamp = get_current_timestamp_();
     EXPECT_TRUE(before <= stamp && stamp <= now_in_milliseconds()) << stamp;
+}
+
+// As long as no test in front of it draws one.
+TEST_F(Logger, TransactionIdsStartAtRandom) {
+    const auto before = static_cast<unsigned>(std::time(nullptr));
+    const uint32_t first = generate_unique_trans_id();
+    const auto after = static_cast<unsigned>(std::time(nullptr));
+    bool seeded = false;
+    for (unsigned seconds = before; seconds <= after + 1; ++seconds) {
+        srand(seconds);
+        seeded = seeded || static_cast<uint32_t>(rand()) == first;
+    }
+    EXPECT_TRUE(seeded) << first;
+    EXPECT_EQ(generate_unique_trans_id(), first + 1);
 }
 
 TEST_F(Logger, TextPredicates) {
@@ -121,6 +144,8 @@ TEST_F(Logger, RegularExpressions) {
     } cases[] = {
         {"abc", "b", 1},
         {"abc", "^b", 0},
+        {"a\nb", "^b", 0},
+        {"abc", "B", 0},
         {"abc", "[", 0},
         {"abab", "^\\(ab\\)\\1$", 1},
         {"a+(b)", "a+(b)", 1},  // plain characters in the basic syntax
@@ -137,6 +162,7 @@ TEST_F(Logger, RegularExpressions) {
         {"x", "[^]" + opened + "]", 1},
         {"(", "[[:digit:]" + opened + "]", 1},
         {"(", "[[.].]" + opened + "]", 1},
+        {"(", "[[=]=]" + opened + "]", 1},
         {"[a", "\\[" + nested(51), 0},  // no bracket opens here
         {"ba", "[[:alpha:]]" + nested(51), 0},
     };

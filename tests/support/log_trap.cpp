@@ -42,9 +42,11 @@ __attribute__((format(printf, 3, 4))) void __syslog_chk(int priority, int /*flag
 }
 
 void openlog(const char* ident, int option, int facility) {
-    openlog_arguments =
-        std::string(ident) + " " + std::to_string(option) + " " + std::to_string(facility);
+    openlog_arguments = std::string(ident != nullptr ? ident : "(null)") + " " +
+                        std::to_string(option) + " " + std::to_string(facility);
 }
+
+void closelog() { openlog_arguments = "closed"; }
 }
 
 namespace vyn_test {
