@@ -37,7 +37,10 @@ static const std::map<std::string, Target*> targets = {{"receive", fuzz_receive}
 
 static thread_local std::string input;
 
-static void keep_input(int /*signal*/) { std::ofstream("broken_promise") << input; }
+static void keep_input(int number) {
+    std::ofstream("broken_promise") << input;
+    (void)std::signal(number, SIG_DFL);
+}
 
 class Replay {
 public:
@@ -109,7 +112,12 @@ int main(int argc, char** argv) {
         return 2;
     }
     (void)std::setlocale(LC_ALL, "");
-    (void)std::signal(SIGABRT, keep_input);
+    for (const int number : {SIGABRT, SIGSEGV}) {
+        auto* const of_a_sanitizer = std::signal(number, keep_input);
+        if (of_a_sanitizer != SIG_DFL) {
+            (void)std::signal(number, of_a_sanitizer);
+        }
+    }
     const fs::path corpus = argv[1];
     const std::size_t rounds = std::stoul(argv[2]);
     const auto number = static_cast<uint32_t>(argc > 3 ? std::stoul(argv[3]) : 1);
