@@ -14,6 +14,7 @@ schema() {
 }
 exports() { "$gates/../consumer/exports.sh" "$library" list; }
 abi() { "$gates/abi.sh" changed list "$released/abi.xml"; }
+state() { cc -x c -c changed/logger.h -o object && "$gates/state.sh" object; }
 
 # check GATE WORDS FILE SED: the words are what the gate must say of the change; none: it passes.
 check() {
@@ -48,6 +49,7 @@ schema|Input.int_value: changed|changed/command_req.proto|/oneof value/,/}/{/one
 exports||list|
 exports|< memscpy|list|/^memscpy$/d
 exports|> more|list|s/^memscpy$/&\nmore/
+state|> shared|changed/logger.h|$achar shared[9];
 abi||changed/vyn_header.h|s/Time to live/How long it lives/
 abi|type of 'int64_t ttl' changed|changed/vyn_header.h|s/int64_t ttl;/int32_t ttl;/
 abi|abi_memscpy|list|/^memscpy$/d
