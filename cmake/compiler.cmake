@@ -1,7 +1,7 @@
-# How our own sources are compiled: target vyn_own_code carries the warnings, everything else here
-# holds for the generated sources as well.
+# How everything is compiled. The warnings, in target vyn_own_code, are for our own sources only; the
+# rest holds for the generated ones too.
 
-# All that services link is marked in its header. Generated classes are marked through protoc.
+# Only what is marked is exported: functions in their header, generated classes by protoc.
 set(CMAKE_C_VISIBILITY_PRESET hidden)
 set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
@@ -13,7 +13,7 @@ if(VYN_SANITIZE)
         -fno-sanitize-recover=all)
     add_link_options(-fsanitize=${VYN_SANITIZE})
 else()
-    # A symbol that nothing provides is an error here, not on the unit.
+    # A symbol that nothing provides fails this link, not the start of a program on the unit.
     string(APPEND CMAKE_SHARED_LINKER_FLAGS " -Wl,-z,defs")
 endif()
 

@@ -6,6 +6,16 @@ set(vyn_install_include ${CMAKE_INSTALL_INCLUDEDIR}/vyn_proto)
 set(vyn_install_share ${CMAKE_INSTALL_DATADIR}/vyn_proto)
 set(vyn_install_cmake ${CMAKE_INSTALL_LIBDIR}/cmake/vyn_proto)
 
+# Installed programs and libraries find each other without LD_LIBRARY_PATH, and may be moved together.
+# Below /usr the dynamic linker finds them by itself.
+if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+    file(RELATIVE_PATH vyn_bin_to_lib ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+    set_target_properties(vyn_proto PROPERTIES INSTALL_RPATH $ORIGIN)
+    if(VYN_BUILD_TOOLS)
+        set_target_properties(vynpkt PROPERTIES INSTALL_RPATH $ORIGIN/${vyn_bin_to_lib})
+    endif()
+endif()
+
 install(TARGETS vyn_proto
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT dev)
 if(NOT VYN_UTILS_LIBRARY)
@@ -54,3 +64,16 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/vyn_protoConfigVersion.cm
 install(FILES ${PROJECT_BINARY_DIR}/vyn_protoConfig.cmake
     ${PROJECT_BINARY_DIR}/vyn_protoConfigVersion.cmake
     DESTINATION ${vyn_install_cmake} COMPONENT dev)
+
+# What a service developer reads where only the library is installed.
+install(FILES ${PROJECT_SOURCE_DIR}/SECURITY.md
+    DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs
+    DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/hello ${PROJECT_SOURCE_DIR}/examples/service
+    DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT dev)
+if(NOT VYN_PACKAGES)
+    # A Debian package tells its licence in the file copyright.
+    install(FILES ${PROJECT_SOURCE_DIR}/LICENSE
+        DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
+endif()

@@ -24,8 +24,12 @@ set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_LIBRARY_DESCRIPTION "Message library of the telematics unit
 Schemas, envelope and conversions of the packets that the services of the
 unit exchange with the cloud and with each other.")
-# dpkg-shlibdeps leaves a library out that no installed package brings.
+# dpkg-shlibdeps leaves out a library that no installed package brings.
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_DEPENDS libvynutils1)
+if(VYN_PACK_RELOCATIONS)
+    # dpkg-shlibdeps does not see which dynamic linker they need.
+    string(APPEND CPACK_DEBIAN_LIBRARY_PACKAGE_DEPENDS ", libc6 (>= 2.36)")
+endif()
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEV_DESCRIPTION "Message library of the telematics unit, to build services
 Headers, generated classes, schemas with their descriptor set, and the files
@@ -41,30 +45,31 @@ Base64 and decompression for machines that lack the unit's own library.")
 set(CPACK_DEBIAN_STANDIN_PACKAGE_PROVIDES "libvynutils1 ${exact}")
 set(CPACK_DEBIAN_STANDIN_PACKAGE_CONFLICTS libvynutils1)
 
+set(papers ${PROJECT_BINARY_DIR}/packaging)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
 if(CMAKE_CROSSCOMPILING)
-    # dpkg-shlibdeps knows this machine's libraries only: these are what it finds on the target.
+    # dpkg-shlibdeps looks into this machine's packages, unless it is told to look into the sysroot.
+    if(NOT EXISTS ${CMAKE_SYSROOT}/DEBIAN/symbols)
+        message(FATAL_ERROR "Packages for another architecture need a sysroot that "
+            "packaging/root.sh made: their dependencies are read from its DEBIAN/symbols")
+    endif()
     set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE armhf)
-    set(runtime "libc6 (>= 2.34), libgcc-s1 (>= 3.5), libstdc++6 (>= 12)")
-    string(APPEND CPACK_DEBIAN_LIBRARY_PACKAGE_DEPENDS ", ${runtime}, libglib2.0-0 (>= 2.12.0), "
-        "libjson-c5 (>= 0.15), libprotobuf32 (>= 3.21.12), libssl3 (>= 3.0.0), "
-        "libuuid1 (>= 2.16)")
-    string(APPEND CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS ", ${runtime}, libglib2.0-0 (>= 2.12.0), "
-        "libjson-c5 (>= 0.15), libprotobuf32 (>= 3.21.12), libzstd1 (>= 1.5.2)")
-    set(CPACK_DEBIAN_STANDIN_PACKAGE_DEPENDS
-        "libc6 (>= 2.34), libssl3 (>= 3.0.0), libstdc++6 (>= 12), libzstd1 (>= 1.5.2)")
-else()
-    set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-    set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
+    file(WRITE ${papers}/shlibdeps
+        "#!/bin/sh\nDEB_HOST_ARCH=armhf exec dpkg-shlibdeps '-S${CMAKE_SYSROOT}' \"$@\"\n")
+    file(CHMOD ${papers}/shlibdeps PERMISSIONS OWNER_READ OWNER_EXECUTE)
+    file(WRITE ${papers}/cross.cmake
+        "set(SHLIBDEPS_EXECUTABLE \"${papers}/shlibdeps\" CACHE FILEPATH \"\")\n")
+    set(CPACK_PROJECT_CONFIG_FILE ${papers}/cross.cmake)
 endif()
 
-# The papers that each package brings, and the refresh of the linker's cache for the libraries.
-set(papers ${PROJECT_BINARY_DIR}/packaging)
+# Each package has a changelog and a copyright; a library has the linker's cache refreshed.
 string(TIMESTAMP today "%a, %d %b %Y %H:%M:%S +0000" UTC)
 configure_file(${PROJECT_SOURCE_DIR}/packaging/changelog.in ${papers}/changelog @ONLY)
 execute_process(COMMAND gzip -9nf ${papers}/changelog COMMAND_ERROR_IS_FATAL ANY)
 file(WRITE ${papers}/triggers "activate-noawait ldconfig\n")
 file(CHMOD ${papers}/triggers PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
-# Where people look for them.
+# A link to the examples from the folder of the package.
 file(CREATE_LINK ../vyn_proto/examples ${papers}/examples SYMBOLIC)
 install(FILES ${papers}/examples
     DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${packages_dev} COMPONENT dev)

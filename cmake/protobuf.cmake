@@ -1,5 +1,6 @@
-# protobuf: protoc and headers of one release, else the generated sources do not compile, with an
-# error that tells nothing. When cross-building, protoc is the machine's and the headers are not.
+# protoc and the protobuf headers must be of one release, or the generated sources do not compile,
+# with errors that do not tell why. When cross-building, protoc is this machine's and the headers are
+# the target's, so the two can easily differ.
 find_package(Protobuf REQUIRED)
 
 execute_process(COMMAND ${Protobuf_PROTOC_EXECUTABLE} --version

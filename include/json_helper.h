@@ -6,7 +6,8 @@
  *
  * - A document is NUL-terminated JSON text. Key functions want an object at its top and look among
  *   its top-level members only, by exact comparison; array functions want an array. The text
- *   `null` alone is not a document. Whatever the parser of the installed json-c accepts is JSON.
+ *   `null` alone is not a document. Whatever the parser of the installed json-c accepts is JSON;
+ *   docs/releases.md lists what differs between its releases.
  * - A function that edits writes the document back into its buffer; a function that reads writes
  *   into a destination, which may be the document's own buffer. Sizes are those of that buffer in
  *   bytes, room for the NUL included.
@@ -23,7 +24,7 @@
  * Some functions apply the "nesting rewrite" to the text that they copied. It turns a string that
  * holds JSON into the nested array or object: every backslash is removed, then every quote that
  * stands before '[' or '{' or behind ']' or '}'. It does so all over the document and knows no
- * strings: `\n` becomes n, and text from outside can break the document or smuggle keys into it
+ * strings: `\n` becomes n, and text from outside can break the document or add keys to it
  * (`[1],"role":"admin","z":[2]`). Use such a function on text of your own only; for any other,
  * set_generic_key_json() with VYN_JSON_STRING stores exactly the string it is given.
  */
@@ -76,8 +77,9 @@ int get_key_json(const char* json, const char* key, char* dest, uint32_t size);
  * Read a key's value, converted to a type.
  *
  * The conversion is json-c's, whatever type the value has: the string "12" reads as the integer
- * 12, null as false, 0.0 or 0, a number beyond the range as the end of the range. A string read as
- * a double wants the decimal point of the process's locale: "2.5" is 0.0 where that is a comma.
+ * 12, null as false, 0.0 or 0, a number beyond the range as the end of the range (json-c 0.12 may
+ * give the other end). A string read as a double wants the decimal point of the process's locale:
+ * "2.5" is 0.0 where that is a comma.
  *
  * | type | writes to dest |
  * |---|---|
@@ -155,10 +157,10 @@ int get_json_value(struct json_object* root, const char* key, json_val* result);
  * | VYN_JSON_INT | an `int32_t` |
  * | VYN_JSON_STRING | a text |
  *
- * A double is written into 29 characters. Magnitudes of 1e22 and above (negative: 1e21) lose
- * decimals, all zero there, for want of room; of 1e27 and more (negative: 1e26) nothing but the
- * point is left of them, which strict parsers refuse. Above 1e28 (negative: from 1e27 on) the number
- * is written with an exponent, so that it reads back equal. The locale does not matter.
+ * A double is written into 29 characters. From 1e22 on (negative: 1e21) there is no room for all six
+ * decimals, which are zeros there, and some are left out. From 1e27 on (negative: 1e26) there is room
+ * for none, and the number is written with an exponent. It always reads back equal. The locale does
+ * not matter.
  *
  * @param[in,out] json  The document.
  * @param[in]     key   The key.

@@ -1,16 +1,17 @@
 /**
  * @file vyn_header.h
- * The envelope of a packet as a record and as JSON text.
+ * The envelope of a packet as a header and as JSON text.
  *
- * Every packet is one protobuf message `Header`. Services handle it as a fixed-size record,
- * ::msg_hdr, or as a JSON object whose keys are the field names of `Header` and "body". The
+ * Every packet is one protobuf message `Header`. Services handle it as a struct of fixed size, the
+ * header ::msg_hdr, or as a JSON object whose keys are the field names of `Header` and "body". The
  * conversions to and from the bytes on the wire are in proto_helper.h.
  *
  * True of everything here: text is NUL-terminated, a string in JSON ends at its first NUL
  * (`\u0000`), nothing is kept after a call, and any thread may call any function at any time as
- * long as no other thread uses the same buffers. Texts that are returned as new are the caller's,
- * to be released with free(). The text members of a record must end inside their arrays. Running
- * out of memory is reported like any other failure, as far as json-c reports it (json_helper.h).
+ * long as no other thread uses the same buffers. A text that a function returns as new belongs to
+ * the caller, who releases it with free(). An unterminated text member of a header or a bag counts
+ * with its whole array. Running out of memory is reported like any other failure, as far as json-c
+ * reports it (json_helper.h).
  */
 #ifndef VYN_VYN_HEADER_H
 #define VYN_VYN_HEADER_H
@@ -22,13 +23,13 @@ extern "C" {
 #endif
 #pragma GCC visibility push(default)
 
-/** Sizes of the text members of the records in bytes, the NUL included. */
+/** Sizes of the text members of ::msg_hdr and ::msg_property_bag in bytes, the NUL included. */
 enum {
     MSG_HDR_ID_SIZE = 64,         /**< message_id, correlation_id, system_id. */
     MSG_HDR_DEVICE_ID_SIZE = 128, /**< device_id, target_id. */
-    MSG_HDR_BAG_SIZE = 256,       /**< property_bag of the header record. */
-    MSG_BAG_TEXT_SIZE = 256,      /**< checksum, error, file of the property-bag record. */
-    MSG_BAG_NAME_SIZE = 64,       /**< target, attempt of the property-bag record. */
+    MSG_HDR_BAG_SIZE = 256,       /**< property_bag of ::msg_hdr. */
+    MSG_BAG_TEXT_SIZE = 256,      /**< checksum, error, file of ::msg_property_bag. */
+    MSG_BAG_NAME_SIZE = 64,       /**< target, attempt of ::msg_property_bag. */
     MSG_UUID_SIZE = 37            /**< What get_new_message_uuid() writes. */
 };
 
@@ -38,8 +39,8 @@ enum {
 };
 
 /**
- * The header record. All zero is the empty header; zero a record before you fill it or hand it
- * to get_msg_hdr(). An empty text or a zero means "none" where it says so.
+ * The header of a packet. All zero is the empty header; clear a header before you fill it or hand
+ * it to get_msg_hdr(). An empty text or a zero means "none" where a member's line says so.
  */
 typedef struct msg_hdr {
     char message_id[MSG_HDR_ID_SIZE];       /**< Identifier of the message. */
@@ -57,7 +58,7 @@ typedef struct msg_hdr {
     uint32_t packet_status;                 /**< A `PacketStatus`; JSON does not carry it. */
 } msg_hdr;
 
-/** The property bag as a record. Members that are zero or empty are not set. */
+/** The property bag as a struct. Members that are zero or empty are not set. */
 typedef struct msg_property_bag {
     uint32_t error_code;              /**< Error code. */
     uint32_t OTT;                     /**< Travels in JSON only; `Header` has no field for it. */
@@ -69,7 +70,7 @@ typedef struct msg_property_bag {
     char attempt[MSG_BAG_NAME_SIZE];  /**< Attempt. */
 } msg_property_bag;
 
-/* ---- Record and JSON envelope ---------------------------------------------------------------- */
+/* ---- Header and JSON envelope ---------------------------------------------------------------- */
 
 /**
  * Pack the two halves of the message-type word, as `Header` and the JSON envelope carry it.
@@ -82,26 +83,26 @@ typedef struct msg_property_bag {
 uint32_t combine_msg_type_encoding_type(uint32_t msg_type, uint32_t encoding_type);
 
 /**
- * Turn a header record into a JSON envelope without "body".
+ * Turn a header into a JSON envelope without "body".
  *
  * Keys come in this order: system_id, message_id, correlation_id*, version, sub_system_id*,
  * device_id*, target_id*, message_type, time, ttl*, property_bag*; those with a star only when
- * their member is not empty or zero. "version" is always 3, whatever the record says.
+ * their member is not empty or zero. "version" is always 3, whatever the header says.
  * "message_type" is the word that combine_msg_type_encoding_type() makes. Numbers of 32 bits are
  * written signed, so 2147483648 and more come out negative, and get_msg_hdr() turns them back.
- * "property_bag" is the parsed value of the record's text; a text that is not JSON is left out
- * without a word, and so is a bag that there is no memory for. `packet_status` does not travel.
+ * "property_bag" is the parsed value of the header's text; a text that is not JSON is left out, and
+ * so is a bag when memory runs out for it: neither is told. `packet_status` does not travel.
  *
- * @param[in,out] hdr       The record. Changed only by @p new_id.
+ * @param[in,out] hdr       The header. Changed only by @p new_id.
  * @param[in]  new_id       Non-zero: put a fresh UUID into `message_id` first.
- * @param[in]  current_time Non-zero: "time" is the clock in milliseconds, not the record's `time`.
+ * @param[in]  current_time Non-zero: "time" is the clock in milliseconds, not the header's `time`.
  *
  * @return A new text, to be released with free(); null when @p hdr is null or memory runs out.
  */
 char* convert_hdr_to_json(msg_hdr* hdr, int new_id, int current_time);
 
 /**
- * Read a JSON envelope into a header record.
+ * Read a JSON envelope into a header.
  *
  * | Key | JSON type | Key absent or null |
  * |---|---|---|
@@ -119,11 +120,11 @@ char* convert_hdr_to_json(msg_hdr* hdr, int new_id, int current_time);
  * that is not an object reads like an empty one.
  *
  * @param[in]     json The envelope.
- * @param[in,out] hdr  The record; not cleared first.
+ * @param[in,out] hdr  The header; not cleared first.
  *
  * @retval 1 @p json is JSON, whatever its keys hold.
  * @retval 0 @p json is not JSON, which is logged with the text as far as it fits, or an argument is
- *           null. The record is untouched.
+ *           null. The header is untouched.
  */
 int get_msg_hdr(const char* json, msg_hdr* hdr);
 
@@ -153,10 +154,10 @@ char* add_body_to_message(const char* json, const char* body);
 int get_body_from_message(const char* json, char* body, uint32_t body_size);
 
 /**
- * Turn a property-bag record into JSON text: error_code, OTT, ack_required as integers (signed, as
+ * Turn a property bag into JSON text: error_code, OTT, ack_required as integers (signed, as
  * in convert_hdr_to_json()), then attempt, checksum, error, target, file as strings.
  *
- * @param[in] bag The record. Members that are zero or empty are left out.
+ * @param[in] bag The bag. Members that are zero or empty are left out.
  *
  * @return A new text, to be released with free(); null when nothing is set, @p bag is null or
  *         memory runs out. It may be longer than the `property_bag` of a ::msg_hdr.

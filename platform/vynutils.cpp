@@ -28,7 +28,7 @@ uint32_t decoded_length(const char* in, uint32_t in_len) {
     return in_len / kTextBlock * kByteBlock - padding;
 }
 
-// EVP_DecodeBlock() passes over white space at both ends, which shows in the count.
+// EVP_DecodeBlock() skips white space at both ends; then it decodes fewer bytes than there should be.
 bool decode_blocks(const char* in, uint32_t in_len, uint8_t* out) {
     return EVP_DecodeBlock(out, reinterpret_cast<const unsigned char*>(in),
                            static_cast<int>(in_len)) ==
@@ -39,7 +39,7 @@ struct ContextRelease {
     void operator()(ZSTD_DCtx* context) const { (void)ZSTD_freeDCtx(context); }
 };
 
-// One per thread: making one costs more than decompressing a packet with it.
+// One for each thread, since making one costs more than decompressing a packet with it.
 ZSTD_DCtx* thread_context() {
     thread_local std::unique_ptr<ZSTD_DCtx, ContextRelease> context;
     if (context == nullptr) {
@@ -78,8 +78,8 @@ int base64_decode(const char* in, uint32_t in_len, uint8_t* out, uint32_t* out_l
     if (length == 0 || length > out_capacity) {
         return kFailed;
     }
-    // The last block apart: three bytes come out of it even where fewer are meant, and the rest
-    // must be zero, or another text would stand for the same bytes.
+    // The last block is decoded apart, since it always gives three bytes. Those beyond the length
+    // must be zero: otherwise several texts would stand for the same bytes.
     const uint32_t whole = in_len - kTextBlock;
     const uint32_t tail = length - whole / kTextBlock * kByteBlock;
     uint8_t last[kByteBlock];

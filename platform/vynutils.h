@@ -2,8 +2,9 @@
  * @file vynutils.h
  * What the message library needs of the unit's utility library, `libvynutils.so.1`.
  *
- * The unit brings its own. The stand-in built here takes its place on machines that lack it: same
- * soname, same three functions, so either can be put under a linked program. Any number of threads
+ * The unit brings its own. The stand-in built here takes its place on machines that lack it. It has
+ * the same soname and the same three functions, so a program that is linked against one runs with the
+ * other. Any number of threads
  * may call. Nothing is kept after a call but the stand-in's decompression context, one per thread,
  * released when the thread ends. Pointers must not be null, except input of length 0.
  */

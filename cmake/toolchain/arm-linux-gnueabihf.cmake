@@ -12,10 +12,10 @@ endif()
 set(CMAKE_SYSROOT ${VYN_SYSROOT})
 set(CMAKE_C_COMPILER ${VYN_TOOL_PREFIX}gcc)
 set(CMAKE_CXX_COMPILER ${VYN_TOOL_PREFIX}g++)
-# Debian's folders in the sysroot; one without them is searched in the plain ones as well.
+# Libraries are looked for in Debian's folders for ARM, then in the plain ones.
 set(CMAKE_LIBRARY_ARCHITECTURE arm-linux-gnueabihf)
 
-# Programs, protoc among them, are the machine's; all else is the target's.
+# Programs such as protoc are this machine's; libraries and headers are the target's.
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
@@ -27,7 +27,7 @@ list(TRANSFORM pkgconfig_folders PREPEND ${VYN_SYSROOT}/usr/lib/)
 list(JOIN pkgconfig_folders ":" pkgconfig_folders)
 set(ENV{PKG_CONFIG_LIBDIR} ${pkgconfig_folders})
 
-# Tests run on the machine itself.
+# Tests run on this machine, under the emulator.
 find_program(VYN_QEMU qemu-arm)
 if(VYN_QEMU)
     set(CMAKE_CROSSCOMPILING_EMULATOR ${VYN_QEMU} -L ${VYN_SYSROOT})

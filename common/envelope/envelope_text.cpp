@@ -1,6 +1,6 @@
 #include "envelope/envelope_text.h"
 
-#include "envelope/record_fields.h"
+#include "envelope/header_members.h"
 #include "utils/bounded.h"
 
 namespace vyn {
@@ -14,27 +14,19 @@ constexpr std::string_view kEnd = " }";
 // Numbers of 32 bits are signed in JSON, so large ones come out negative.
 int64_t signed_number(uint32_t number) { return static_cast<int32_t>(number); }
 
-void put(ObjectWriter& envelope, const TextField& field, const msg_hdr& hdr) {
-    envelope.text(field.key, text_in(hdr, field));
-}
-
-void put_if_set(ObjectWriter& envelope, const TextField& field, const msg_hdr& hdr) {
-    envelope.text_if_set(field.key, text_in(hdr, field));
-}
-
 }  // namespace
 
-// Three kilobytes that are written next are not cleared first.
+// The three kilobytes of head_ are not cleared, since they are written next.
 // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init)
 EnvelopeText::EnvelopeText(const msg_hdr& hdr, int64_t time, std::string_view bag) : bag_(bag) {
     ObjectWriter head(head_);
-    put(head, kSystemId, hdr);
-    put(head, kMessageId, hdr);
-    put_if_set(head, kCorrelationId, hdr);
+    head.text(kSystemId.key(), member_text(hdr.system_id));
+    head.text(kMessageId.key(), member_text(hdr.message_id));
+    head.text_if_set(kCorrelationId.key(), member_text(hdr.correlation_id));
     head.number("version", kEnvelopeVersion);
     head.number_if_set("sub_system_id", signed_number(hdr.sub_system_id));
-    put_if_set(head, kDeviceId, hdr);
-    put_if_set(head, kTargetId, hdr);
+    head.text_if_set(kDeviceId.key(), member_text(hdr.device_id));
+    head.text_if_set(kTargetId.key(), member_text(hdr.target_id));
     head.number("message_type",
                 signed_number(combine_msg_type_encoding_type(hdr.msg_type, hdr.encoding_type)));
     head.number("time", time);
@@ -72,18 +64,17 @@ void EnvelopeText::write(char* out) const {
     (void)write_plain(out, kEnd);
 }
 
-std::string_view write_property_bag(const msg_property_bag& record,
-                                    char (&room)[kBagTextCapacity]) {
-    ObjectWriter bag(room);
-    bag.number_if_set("error_code", signed_number(record.error_code));
-    bag.number_if_set("OTT", signed_number(record.OTT));
-    bag.number_if_set("ack_required", signed_number(record.ack_required));
-    bag.text_if_set("attempt", text_of(record.attempt));
-    bag.text_if_set("checksum", text_of(record.checksum));
-    bag.text_if_set("error", text_of(record.error));
-    bag.text_if_set("target", text_of(record.target));
-    bag.text_if_set("file", text_of(record.file));
-    return bag.empty() ? std::string_view{} : bag.finish();
+std::string_view write_property_bag(const msg_property_bag& bag, char (&room)[kBagTextCapacity]) {
+    ObjectWriter json(room);
+    json.number_if_set("error_code", signed_number(bag.error_code));
+    json.number_if_set("OTT", signed_number(bag.OTT));
+    json.number_if_set("ack_required", signed_number(bag.ack_required));
+    json.text_if_set("attempt", member_text(bag.attempt));
+    json.text_if_set("checksum", member_text(bag.checksum));
+    json.text_if_set("error", member_text(bag.error));
+    json.text_if_set("target", member_text(bag.target));
+    json.text_if_set("file", member_text(bag.file));
+    return json.empty() ? std::string_view{} : json.finish();
 }
 
 }  // namespace vyn

@@ -1,4 +1,4 @@
-// The JSON texts of the library's own: the envelope and the property bag.
+// Writes the JSON texts that the library makes itself: the envelope and the property bag.
 #ifndef VYN_COMMON_ENVELOPE_ENVELOPE_TEXT_H
 #define VYN_COMMON_ENVELOPE_ENVELOPE_TEXT_H
 
@@ -11,14 +11,15 @@
 
 namespace vyn {
 
-// The text of an envelope before it has a place. The members of known size are written down; the
-// property bag and the body, which can be long, stay where they are until write().
+// The text of an envelope whose length is known before it is written. The members of limited size
+// are kept as text; the property bag and the body, which can be long, stay where they are until
+// write() copies them.
 class EnvelopeText {
 public:
-    // The bag is JSON text; none when it is empty.
+    // The bag is JSON text; an empty one is left out.
     EnvelopeText(const msg_hdr& hdr, int64_t time, std::string_view bag);
 
-    // Adds "body".
+    // Adds the member "body".
     void set_body(std::string_view body);
 
     [[nodiscard]] std::size_t length() const;
@@ -48,8 +49,8 @@ constexpr std::size_t kBagTextCapacity =
     kMaxEscape * sizeof(msg_property_bag) + 8 * ObjectWriter::kMemberOverhead +
     sizeof("error_code OTT ack_required attempt checksum error target file");
 
-// The property bag of a record as text, in the room; empty when nothing is set.
-[[nodiscard]] std::string_view write_property_bag(const msg_property_bag& record,
+// Writes a property bag as JSON text into the room; the text is empty when nothing is set.
+[[nodiscard]] std::string_view write_property_bag(const msg_property_bag& bag,
                                                   char (&room)[kBagTextCapacity]);
 
 }  // namespace vyn

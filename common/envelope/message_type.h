@@ -17,7 +17,7 @@ constexpr uint32_t message_type_of(uint32_t word) { return word & kTypeMask; }
 constexpr uint32_t encoding_type_of(uint32_t word) {
     return (word >> kEncodingShift) & kEncodingMask;
 }
-// Not the same as the encoding type being 2: a word with any higher bit set has a text body.
+// A word with any bit above 15 set has a text body, even if its encoding type is 2.
 constexpr bool has_binary_body(uint32_t word) {
     return word >> kEncodingShift == MSG_ENCODING_BINARY;
 }

@@ -21,7 +21,8 @@
 
 using vyn::JsonPtr;
 
-// Services on both sides of a record are built apart: its layout never changes.
+// The services that hand a header over and those that take it are built apart, so its layout never
+// changes.
 static_assert(offsetof(msg_hdr, version) == 128 && offsetof(msg_hdr, property_bag) == 456 &&
               offsetof(msg_hdr, msg_type) == 716 && offsetof(msg_hdr, time) == 720 &&
               offsetof(msg_hdr, packet_status) == 736 && sizeof(msg_hdr) == 744);
@@ -30,20 +31,20 @@ static_assert(offsetof(msg_property_bag, checksum) == 12 && sizeof(msg_property_
 namespace {
 
 // Monitoring searches the log for these texts: not to be corrected.
-namespace text {
-constexpr char kNoRecord[] = "convert_hdr_to_json: Received NULL arguments";
+namespace log_text {
+constexpr char kNoHeader[] = "convert_hdr_to_json: Received NULL arguments";
 constexpr char kNotCreated[] = "convert_hdr_to_json: Failed to create JSON object";
 constexpr char kBodyArguments[] = "get_body_from_message: Recevied invalid arguments";
 constexpr char kUuidSize[] = "get_new_message_uuid: Invalid size";
-}  // namespace text
+}  // namespace log_text
 
-// The last id handed out. Orders nothing but itself.
+// The last id handed out. No other memory depends on its order.
 std::atomic<uint32_t> initial_message_id_{0};
 
-// Above this the ids start again at 1; it is handed out plus one, once.
-constexpr uint32_t kLastCountedId = 0x3FFFFFFF;
+// The largest id; the next one is 1.
+constexpr uint32_t kLastId = 0x40000000;
 
-// A new text for the caller to free; null when there is none.
+// Copies the text of a value for the caller to free; null when there is none.
 [[nodiscard]] char* new_text(const JsonPtr& value) {
     const char* rendered = json_object_get_string(value.get());
     return rendered != nullptr ? strdup(rendered) : nullptr;
@@ -57,7 +58,7 @@ uint32_t combine_msg_type_encoding_type(uint32_t msg_type, uint32_t encoding_typ
 
 char* convert_hdr_to_json(msg_hdr* hdr, int new_id, int current_time) {
     if (hdr == nullptr) {
-        LOG(LOG_LEVEL_DEBUG, text::kNoRecord);
+        LOG(LOG_LEVEL_DEBUG, log_text::kNoHeader);
         return nullptr;
     }
     if (new_id != 0) {
@@ -72,7 +73,7 @@ char* convert_hdr_to_json(msg_hdr* hdr, int new_id, int current_time) {
     const std::size_t length = envelope.length();
     auto* json = static_cast<char*>(std::malloc(length + 1));
     if (json == nullptr) {
-        LOG(LOG_LEVEL_ERROR, text::kNotCreated);
+        LOG(LOG_LEVEL_ERROR, log_text::kNotCreated);
         return nullptr;
     }
     envelope.write(json);
@@ -90,7 +91,7 @@ int get_msg_hdr(const char* json, msg_hdr* hdr) {
     }
     return vyn::guarded(0, [&]() -> int {
         msg_hdr read = *hdr;
-        (void)vyn::read_record(envelope.get(), read);
+        (void)vyn::read_header(envelope.get(), read);
         *hdr = read;
         return 1;
     });
@@ -106,7 +107,7 @@ char* add_body_to_message(const char* json, const char* body) {
 
 int get_body_from_message(const char* json, char* body, uint32_t body_size) {
     if (json == nullptr || body == nullptr) {
-        LOG(LOG_LEVEL_ERROR, text::kBodyArguments);
+        LOG(LOG_LEVEL_ERROR, log_text::kBodyArguments);
         return 0;
     }
     const JsonPtr envelope = vyn::parse_envelope(json);
@@ -128,7 +129,7 @@ uint32_t get_new_message_id(void) {
     uint32_t last = initial_message_id_.load(std::memory_order_relaxed);
     uint32_t next = 0;
     do {
-        next = last > kLastCountedId ? 1 : last + 1;
+        next = last >= kLastId ? 1 : last + 1;
     } while (!initial_message_id_.compare_exchange_weak(last, next, std::memory_order_relaxed));
     return next;
 }
@@ -139,7 +140,7 @@ uint32_t get_current_message_id(void) {
 
 void get_new_message_uuid(char* uuid, uint32_t uuid_size) {
     if (uuid == nullptr || uuid_size < MSG_UUID_SIZE) {
-        LOG(LOG_LEVEL_ERROR, text::kUuidSize);
+        LOG(LOG_LEVEL_ERROR, log_text::kUuidSize);
         return;
     }
     uuid_t fresh;
@@ -156,9 +157,5 @@ uint32_t memscpy(void* dest, uint32_t dest_size, const void* src, uint32_t src_s
 }
 
 int fsync_parent_dir(const char* path) {
-    if (path == nullptr) {
-        errno = EINVAL;
-        return -1;
-    }
-    return vyn::sync_parent_dir(path) ? 0 : -1;
+    return vyn::succeeded(path != nullptr ? vyn::sync_parent_dir(path) : EINVAL) ? 0 : -1;
 }

@@ -1,4 +1,4 @@
-// From the message `Header` to the records, field by field.
+// From the message `Header` to the header and the property bag, field by field.
 #ifndef VYN_COMMON_PROTOBUF_HEADER_FIELDS_H
 #define VYN_COMMON_PROTOBUF_HEADER_FIELDS_H
 
@@ -14,12 +14,12 @@ inline PacketStatus packet_status_of(uint32_t status) {
     return static_cast<PacketStatus>(static_cast<int>(status));
 }
 
-// Without `packet_status`; the whole message-type word goes into `msg_type`. A
-// text that is too long for its member leaves it as it was. Says whether all fitted.
-[[nodiscard]] bool fill_record(const Header& header, msg_hdr& hdr);
+// Copies all fields but `packet_status`; the whole message-type word goes into `msg_type`. A text
+// that is too long leaves its member as it was. Returns whether all texts fitted.
+[[nodiscard]] bool copy_header(const Header& header, msg_hdr& hdr);
 
 // The same for the property bag.
-[[nodiscard]] bool fill_record(const Header_Property_bag& bag, msg_property_bag& record);
+[[nodiscard]] bool copy_bag(const Header_Property_bag& from, msg_property_bag& bag);
 
 }  // namespace vyn
 

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "envelope/header_members.h"
 #include "utils/bounded.h"
 #include "utils/limits.h"
 #include "vyn_header_v3.pb.h"
@@ -20,17 +21,14 @@ using Bag = Header_Property_bag;
 // A tag, and a number or a length.
 constexpr std::size_t kFieldOverhead = 1 + 10;
 
-// Fields in the order of their numbers, into room that is there. A field at its default is left
-// out.
+// Writes fields into a buffer that is large enough. The caller keeps to the order of their numbers.
+// A field at its default is left out.
 class FieldWriter {
 public:
     explicit FieldWriter(uint8_t* out) : end_(out) {}
 
-    // Says so on the runtime's log, by the field's full name, when a text is not UTF-8.
-    void text(int field, const char* name, std::string_view value) {
+    void text(int field, std::string_view value) {
         if (!value.empty()) {
-            (void)WireFormatLite::VerifyUtf8String(value.data(), static_cast<int>(value.size()),
-                                                   WireFormatLite::SERIALIZE, name);
             bytes(field, value.data(), static_cast<uint32_t>(value.size()));
         }
     }
@@ -51,7 +49,7 @@ public:
             end_ += length;
         }
     }
-    // What stands in front of the bytes.
+    // Writes the tag and the length that stand in front of the bytes.
     void bytes_head(int field, uint32_t length) {
         end_ =
             WireFormatLite::WriteTagToArray(field, WireFormatLite::WIRETYPE_LENGTH_DELIMITED, end_);
@@ -64,7 +62,7 @@ private:
     uint8_t* end_;
 };
 
-// A piece of a packet that is written before its place is known.
+// Bytes of a packet that are written before it is known whether the packet fits.
 template <std::size_t Capacity>
 struct Piece {
     uint8_t data[Capacity];
@@ -80,22 +78,27 @@ using FrontPiece = Piece<3 * MSG_HDR_ID_SIZE + 2 * MSG_HDR_DEVICE_ID_SIZE + size
 void write_bag(const SentBag& bag, BagPiece& piece) {
     FieldWriter fields(piece.data);
     fields.number(Bag::kErrorCodeFieldNumber, bag.error_code);
-    fields.text(Bag::kChecksumFieldNumber, "Header.Property_bag.checksum", bag.checksum);
+    fields.text(Bag::kChecksumFieldNumber, bag.checksum);
     piece.ends_at(fields.end());
 }
 
+static_assert(kMessageId.number == Header::kMessageIdFieldNumber &&
+              kCorrelationId.number == Header::kCorrelationIdFieldNumber &&
+              kSystemId.number == Header::kSystemIdFieldNumber &&
+              kDeviceId.number == Header::kDeviceIdFieldNumber &&
+              kTargetId.number == Header::kTargetIdFieldNumber);
+
 void write_front(const msg_hdr& hdr, const SentBag& bag, uint32_t body_len, FrontPiece& piece) {
     FieldWriter fields(piece.data);
-    fields.text(Header::kMessageIdFieldNumber, "Header.message_id", text_of(hdr.message_id));
-    fields.text(Header::kCorrelationIdFieldNumber, "Header.correlation_id",
-                text_of(hdr.correlation_id));
+    fields.text(kMessageId.number, member_text(hdr.message_id));
+    fields.text(kCorrelationId.number, member_text(hdr.correlation_id));
     fields.number(Header::kVersionFieldNumber, hdr.version);
-    fields.text(Header::kSystemIdFieldNumber, "Header.system_id", text_of(hdr.system_id));
+    fields.text(kSystemId.number, member_text(hdr.system_id));
     fields.number(Header::kSubSystemIdFieldNumber, hdr.sub_system_id);
-    fields.text(Header::kDeviceIdFieldNumber, "Header.device_id", text_of(hdr.device_id));
+    fields.text(kDeviceId.number, member_text(hdr.device_id));
     fields.number(Header::kMessageTypeFieldNumber,
                   combine_msg_type_encoding_type(hdr.msg_type, hdr.encoding_type));
-    fields.text(Header::kTargetIdFieldNumber, "Header.target_id", text_of(hdr.target_id));
+    fields.text(kTargetId.number, member_text(hdr.target_id));
     fields.number(Header::kTtlFieldNumber, hdr.ttl);
     fields.number(Header::kTimeFieldNumber, hdr.time);
     if (bag.present) {
@@ -107,6 +110,24 @@ void write_front(const msg_hdr& hdr, const SentBag& bag, uint32_t body_len, Fron
         fields.bytes_head(Header::kBodyFieldNumber, body_len);
     }
     piece.ends_at(fields.end());
+}
+
+// Has the protobuf runtime write a line to its own log when a text is not UTF-8, as it does where it
+// serializes a `Header` itself.
+void verify_utf8(const char* full_name, std::string_view text) {
+    if (!text.empty()) {
+        (void)WireFormatLite::VerifyUtf8String(text.data(), static_cast<int>(text.size()),
+                                               WireFormatLite::SERIALIZE, full_name);
+    }
+}
+
+void verify_texts(const msg_hdr& hdr, const SentBag& bag) {
+    verify_utf8(kMessageId.full_name, member_text(hdr.message_id));
+    verify_utf8(kCorrelationId.full_name, member_text(hdr.correlation_id));
+    verify_utf8(kSystemId.full_name, member_text(hdr.system_id));
+    verify_utf8(kDeviceId.full_name, member_text(hdr.device_id));
+    verify_utf8(kTargetId.full_name, member_text(hdr.target_id));
+    verify_utf8("Header.Property_bag.checksum", bag.checksum);
 }
 
 }  // namespace
@@ -125,8 +146,8 @@ void PacketOut::tell(uint64_t count) const {
     *length = static_cast<uint32_t>(std::min<uint64_t>(count, UINT32_MAX));
 }
 
-vyn_result write_record_packet(const msg_hdr& hdr, const SentBag& bag, const SentBody& body,
-                               const PacketOut& out) {
+vyn_result write_packet(const msg_hdr& hdr, const SentBag& bag, const SentBody& body,
+                        const PacketOut& out) {
     FrontPiece front;
     write_front(hdr, bag, body.length, front);
     const StatusField status(hdr.packet_status);
@@ -136,6 +157,7 @@ vyn_result write_record_packet(const msg_hdr& hdr, const SentBag& bag, const Sen
     if (length > out.capacity || length > kMaxInt) {
         return VYN_DOES_NOT_FIT;
     }
+    verify_texts(hdr, bag);
     if (body.length > 0) {
         std::memmove(out.data + front.length, body.data, body.length);
     }

@@ -1,4 +1,4 @@
-// Packets made of records: the bytes that `Header` would write, without the message between.
+// Makes packets of headers: the bytes that `Header` would write, without a message in between.
 #ifndef VYN_COMMON_PROTOBUF_PACKET_WRITER_H
 #define VYN_COMMON_PROTOBUF_PACKET_WRITER_H
 
@@ -20,8 +20,8 @@ struct PacketOut {
     void tell(uint64_t count) const;
 };
 
-// What of the property bag travels to the wire. The message in the packet is there as soon as one
-// of its fields was found, whatever its value.
+// What of the property bag travels to the wire. A packet has a bag as soon as one of these members
+// was found, whatever its value.
 struct SentBag {
     bool present = false;
     uint32_t error_code = 0;
@@ -42,10 +42,10 @@ struct StatusField {
     explicit StatusField(uint32_t status);
 };
 
-// Tells the length, then writes the packet if it fits: VYN_OK or VYN_DOES_NOT_FIT. The body, and
-// whatever else the packet is made of, may lie where it goes.
-[[nodiscard]] vyn_result write_record_packet(const msg_hdr& hdr, const SentBag& bag,
-                                             const SentBody& body, const PacketOut& out);
+// Tells the length, then writes the packet if it fits: VYN_OK or VYN_DOES_NOT_FIT. The output may
+// overlap the body, the header and the bag.
+[[nodiscard]] vyn_result write_packet(const msg_hdr& hdr, const SentBag& bag, const SentBody& body,
+                                      const PacketOut& out);
 
 }  // namespace vyn
 

@@ -15,10 +15,10 @@ using vyn::PacketOut;
 namespace {
 
 // Monitoring searches the log for these texts: not to be corrected.
-namespace text {
+namespace log_text {
 constexpr char kNotToJson[] = "Failed to convert protobuf message to JSON";
 constexpr char kNotFromJson[] = "Failed to convert JSON to protobuf message";
-}  // namespace text
+}  // namespace log_text
 
 [[nodiscard]] bool append_json(const google::protobuf::Message& message, std::string& json) {
     google::protobuf::util::JsonPrintOptions options;
@@ -51,7 +51,7 @@ uint32_t cnvrt_hdr_to_protobuf(const msg_hdr* hdr, uint8_t* out_buf, uint32_t ou
         return VYN_NULL_POINTER;
     }
     return vyn::guarded(VYN_NOT_SERIALIZED, [&] {
-        return vyn::record_to_wire(*hdr, {body, body_len}, {out_buf, out_buf_size, out_len});
+        return vyn::header_to_wire(*hdr, {body, body_len}, {out_buf, out_buf_size, out_len});
     });
 }
 
@@ -126,7 +126,7 @@ bool ProtoToJson(std::string& json, const google::protobuf::Message& message) {
         return true;
     }
     json.resize(length);
-    LOG(LOG_LEVEL_ERROR, text::kNotToJson);
+    LOG(LOG_LEVEL_ERROR, log_text::kNotToJson);
     return false;
 }
 
@@ -138,6 +138,6 @@ bool JsonToProto(const std::string& json, google::protobuf::Message& message) {
     if (vyn::guarded(false, [&] { return parse_message(json, message); })) {
         return true;
     }
-    LOG(LOG_LEVEL_ERROR, text::kNotFromJson);
+    LOG(LOG_LEVEL_ERROR, log_text::kNotFromJson);
     return false;
 }

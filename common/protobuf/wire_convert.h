@@ -1,4 +1,5 @@
-// The conversions of packets, on arguments that are there. They throw when memory runs out.
+// The conversions between packets, headers and JSON envelopes. The caller has checked the pointers.
+// Each function throws when memory runs out.
 #ifndef VYN_COMMON_PROTOBUF_WIRE_CONVERT_H
 #define VYN_COMMON_PROTOBUF_WIRE_CONVERT_H
 
@@ -9,7 +10,7 @@
 
 namespace vyn {
 
-[[nodiscard]] vyn_result record_to_wire(const msg_hdr& hdr, const SentBody& body,
+[[nodiscard]] vyn_result header_to_wire(const msg_hdr& hdr, const SentBody& body,
                                         const PacketOut& out);
 [[nodiscard]] vyn_result json_to_wire(const char* json, const PacketOut& out);
 [[nodiscard]] vyn_result wire_to_json(const uint8_t* pkt, uint32_t pkt_len, char* json_out,

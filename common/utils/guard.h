@@ -6,9 +6,9 @@
 
 namespace vyn {
 
-// Runs the body; an exception, which is memory that ran out, becomes the function's failure.
-// Cancellation of the thread must pass, or the process is terminated: it unwinds through here
-// when it strikes inside syslog(). For the same reason nothing that logs is noexcept.
+// Runs the body and turns an exception, which means that memory ran out, into the given failure.
+// The cancellation of a thread inside syslog() unwinds through here. It must pass, or the process is
+// terminated; for the same reason no function that logs is noexcept.
 template <typename Result, typename Body>
 Result guarded(Result failure, Body&& body) {
     try {

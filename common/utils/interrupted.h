@@ -9,7 +9,7 @@ namespace vyn {
 // How often a call may be interrupted before that counts as its failure.
 constexpr int kMaxInterrupts = 10;
 
-// Calls until the result is not an interruption. 0, or the errno.
+// Calls again as long as a signal interrupts, up to that limit. Returns 0 or an errno.
 template <typename Call>
 [[nodiscard]] int uninterrupted(Call call) {
     int error = EINTR;

@@ -23,7 +23,7 @@ using vyn::JsonPtr;
 namespace {
 
 // Monitoring searches the log for these texts: not to be corrected.
-namespace text {
+namespace log_text {
 constexpr char kLonger[] = "data %d is longer than length %d";
 constexpr char kLongerThan[] = "data %d is longerthan length %d";
 constexpr char kLongerUnstated[] = "data is longer than length ";
@@ -32,30 +32,30 @@ constexpr char kArrayKeyNotJson[] = "set_array_key_json failure:json_tokener_par
 constexpr char kArrayKeyLonger[] = "set_array_key_json failure : data is longer than length ";
 constexpr char kInt64NullArgument[] = "get_key_json_int64 failure : NULL argument received";
 constexpr char kInt64NotJson[] = "get_key_json_int64 failure:json_tokener_parse returned NULL";
-}  // namespace text
+}  // namespace log_text
 
 static_assert(sizeof(off_t) == 8, "files of 2 GiB and more, on 32 bits too");
 
-// The line for a text of this length that does not fit into size bytes.
+// Logs that a text of this length does not fit. Each function has its own line.
 using TooLongNote = void (*)(int length, int max_chars);
 
 void note_longer(int length, int max_chars) {
-    LOG(LOG_LEVEL_DEBUG, text::kLonger, length, max_chars);
+    LOG(LOG_LEVEL_DEBUG, log_text::kLonger, length, max_chars);
 }
 void note_longerthan(int length, int max_chars) {
-    LOG(LOG_LEVEL_DEBUG, text::kLongerThan, length, max_chars);
+    LOG(LOG_LEVEL_DEBUG, log_text::kLongerThan, length, max_chars);
 }
 void note_longer_unstated(int /*length*/, int /*max_chars*/) {
-    LOG(LOG_LEVEL_DEBUG, text::kLongerUnstated);
+    LOG(LOG_LEVEL_DEBUG, log_text::kLongerUnstated);
 }
 void note_longer_array(int /*length*/, int /*max_chars*/) {
-    LOG(LOG_LEVEL_DEBUG, text::kLongerArray);
+    LOG(LOG_LEVEL_DEBUG, log_text::kLongerArray);
 }
 void note_array_key_longer(int /*length*/, int /*max_chars*/) {
-    LOG(LOG_LEVEL_DEBUG, text::kArrayKeyLonger);
+    LOG(LOG_LEVEL_DEBUG, log_text::kArrayKeyLonger);
 }
 
-// Copies a value's text when there is one and it fits.
+// Copies a text unless it is null or too long. A text that is too long is logged.
 [[nodiscard]] bool copy_text(const char* text, char* dest, uint32_t size, TooLongNote note) {
     if (text == nullptr) {
         return false;
@@ -69,8 +69,8 @@ void note_array_key_longer(int /*length*/, int /*max_chars*/) {
 }
 
 // The nesting rewrite, in place: drops every backslash, then every quote that stands before '[' or
-// '{' or behind ']' or '}'. Neighbours are those of the text without backslashes, quotes that go
-// included.
+// '{' or behind ']' or '}'. The neighbours of a quote are those in the text without backslashes; a
+// quote that is dropped counts as a neighbour too.
 void format_json(char* json) {
     char* end = std::remove(json, json + std::strlen(json), '\\');
     *end = '\0';
@@ -97,8 +97,8 @@ void format_json(char* json) {
     return true;
 }
 
-// The text of a document; null when there is none. It lasts until the tree changes.
-[[nodiscard]] const char* text_of(const JsonPtr& root) {
+// Renders a document; null when there is none. The text lasts until the tree changes.
+[[nodiscard]] const char* rendered(const JsonPtr& root) {
     return json_object_get_string(root.get());
 }
 
@@ -113,7 +113,7 @@ void format_json(char* json) {
     return vyn::is_array(root) ? std::move(root) : nullptr;
 }
 
-// Sets a key; null when the document is no object or memory ran out.
+// Parses a document and sets a key; null when the document is no object or memory ran out.
 [[nodiscard]] JsonPtr with_member(const char* json, const char* key, JsonPtr value) {
     JsonPtr root = parse_object(json);
     if (root == nullptr || !vyn::put_member(root.get(), key, std::move(value))) {
@@ -134,7 +134,7 @@ void store(void* to, Value value) {
     std::memcpy(to, &value, sizeof value);
 }
 
-// A new value of a type, from the memory at value; null for a type that is not set this way.
+// Makes a value of this type of the memory at value; null for a type that is not set this way.
 [[nodiscard]] JsonPtr new_value(const void* value, int type) {
     switch (type) {
         case VYN_JSON_BOOLEAN:
@@ -154,8 +154,8 @@ void store(void* to, Value value) {
     return static_cast<int>(json_object_array_length(array.get()));
 }
 
-// A regular file's contents as text; false when it cannot be read or is too large. Opened so that
-// a FIFO or a device cannot hold us up, nor a terminal become the process's.
+// Reads a regular file; false when it cannot be read or is too large. Never blocks on a FIFO or a
+// device, and never adopts a terminal.
 [[nodiscard]] bool read_file(const char* path, std::string& contents) {
     const vyn::UniqueFd file(::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     struct stat status {};
@@ -226,7 +226,7 @@ int set_generic_key_json(char* json, const char* key, const void* value, int typ
         return 0;
     }
     const JsonPtr root = with_member(json, key, new_value(value, type));
-    return root != nullptr && copy_text(text_of(root), json, size, note_longer);
+    return root != nullptr && copy_text(rendered(root), json, size, note_longer);
 }
 
 int set_key_json(char* json, const char* key, const char* value, uint32_t size) {
@@ -234,7 +234,7 @@ int set_key_json(char* json, const char* key, const char* value, uint32_t size) 
         return 0;
     }
     const JsonPtr root = with_member(json, key, JsonPtr(json_object_new_string(value)));
-    return root != nullptr && copy_rewritten(text_of(root), json, size, note_longer);
+    return root != nullptr && copy_rewritten(rendered(root), json, size, note_longer);
 }
 
 int set_array_key_json(char* json, const char* key, struct json_object* value, uint32_t size) {
@@ -243,7 +243,7 @@ int set_array_key_json(char* json, const char* key, struct json_object* value, u
     }
     const JsonPtr root = vyn::parse_json(json);
     if (root == nullptr) {
-        LOG(LOG_LEVEL_ERROR, text::kArrayKeyNotJson);
+        LOG(LOG_LEVEL_ERROR, log_text::kArrayKeyNotJson);
         return 0;
     }
     JsonPtr owned(value);
@@ -251,7 +251,7 @@ int set_array_key_json(char* json, const char* key, struct json_object* value, u
         return 0;
     }
     (void)owned.release();
-    return copy_text(text_of(root), json, size, note_array_key_longer);
+    return copy_text(rendered(root), json, size, note_array_key_longer);
 }
 
 int del_json_key(const char* json, const char* key, char* dest, uint32_t size) {
@@ -263,21 +263,21 @@ int del_json_key(const char* json, const char* key, char* dest, uint32_t size) {
         return 0;
     }
     json_object_object_del(root.get(), key);
-    const char* rendered = text_of(root);
-    if (rendered == nullptr) {
-        return 1;  // services count on it: the key is gone, though there is no text to show it
+    const char* text = rendered(root);
+    if (text == nullptr) {
+        return 1;  // services rely on this result when memory runs out for the text
     }
-    return copy_rewritten(rendered, dest, size, note_longer_unstated);
+    return copy_rewritten(text, dest, size, note_longer_unstated);
 }
 
 int get_key_json_int64(const char* json, const char* key, int64_t* result) {
     if (json == nullptr || key == nullptr || result == nullptr) {
-        LOG(LOG_LEVEL_DEBUG, text::kInt64NullArgument);
+        LOG(LOG_LEVEL_DEBUG, log_text::kInt64NullArgument);
         return 0;
     }
     const JsonPtr root = vyn::parse_json(json);
     if (root == nullptr) {
-        LOG(LOG_LEVEL_ERROR, text::kInt64NotJson);
+        LOG(LOG_LEVEL_ERROR, log_text::kInt64NotJson);
         return 0;
     }
     return vyn::read_int64(root.get(), key, *result);
@@ -327,7 +327,7 @@ int array_add_json(const char* element, char* json, uint32_t size) {
         return 0;
     }
     (void)added.release();
-    return copy_rewritten(text_of(array), json, size, note_longer_unstated);
+    return copy_rewritten(rendered(array), json, size, note_longer_unstated);
 }
 
 int replace_array_index_json(char* json, int index, const char* element, uint32_t size) {
@@ -339,8 +339,7 @@ int replace_array_index_json(char* json, int index, const char* element, uint32_
     if (array == nullptr || placed == nullptr || index < 0) {
         return 0;
     }
-    // Each null of the gap is a slot of memory in the tree: do not grow by more than could ever be
-    // written out.
+    // json-c takes memory for each null of the gap. A gap that cannot fit as text is refused before.
     const int gap = std::max(index - length_of(array), 0);
     if (static_cast<uint64_t>(gap) * vyn::kRenderedNullLength >= size) {
         note_longer_array(0, 0);
@@ -351,7 +350,7 @@ int replace_array_index_json(char* json, int index, const char* element, uint32_
         return 0;
     }
     (void)placed.release();
-    return copy_rewritten(text_of(array), json, size, note_longer_array);
+    return copy_rewritten(rendered(array), json, size, note_longer_array);
 }
 
 int get_json_array_length(const char* json) {
@@ -372,7 +371,7 @@ int get_json_file(const char* path, char* dest, uint32_t size) {
             return 0;
         }
         const JsonPtr root = vyn::parse_json(contents.c_str());
-        return copy_rewritten(text_of(root), dest, size, note_longer);
+        return copy_rewritten(rendered(root), dest, size, note_longer);
     });
 }
 
@@ -385,17 +384,11 @@ int write_to_file(const char* path, const char* json) {
 }
 
 int write_to_file_using_fop(const char* path, const void* data, uint32_t length) {
-    if (path == nullptr || data == nullptr) {
-        errno = EINVAL;
-        return 0;
-    }
-    return vyn::write_synced(path, data, length);
+    const bool allowed = path != nullptr && data != nullptr;
+    return vyn::succeeded(allowed ? vyn::write_synced(path, data, length) : EINVAL);
 }
 
 int write_to_file_using_mmap_atomic(const char* path, const void* data, uint32_t length) {
-    if (path == nullptr || data == nullptr) {
-        errno = EINVAL;
-        return 0;
-    }
-    return vyn::replace_file(path, data, length);
+    const bool allowed = path != nullptr && data != nullptr;
+    return vyn::succeeded(allowed ? vyn::replace_file(path, data, length) : EINVAL);
 }

@@ -7,7 +7,8 @@
 namespace vyn {
 namespace {
 
-// What follows the backslash; 0 for a character that stands for itself.
+// The character behind the backslash of an escape, by the character that is escaped. 0 where none is
+// needed.
 constexpr char kHex = 'u';
 constexpr std::array<char, 256> kEscapes = [] {
     std::array<char, 256> escapes{};
@@ -40,7 +41,7 @@ char* write_escape(char* out, char c) {
     return out;
 }
 
-// What the escapes add to the length of a text.
+// How many characters the escapes add to a text.
 std::size_t length_of_escapes(std::string_view text) {
     std::size_t length = 0;
     for (const char c : text) {
@@ -62,8 +63,8 @@ Block load(const char* text) {
 
 constexpr Block repeated(unsigned char byte) { return 0x0101010101010101U * byte; }
 
-// The highest bit of the first byte that is zero, and of no byte in front of it; what stands behind
-// it says nothing.
+// Sets the highest bit of the first byte that is zero. The bits of the bytes in front of it are 0, those
+// of the bytes behind it mean nothing.
 constexpr Block first_zero(Block block) { return (block - repeated(1)) & ~block & repeated(0x80); }
 
 // The same for the first character that needs an escape.
@@ -72,7 +73,7 @@ constexpr Block first_escape(Block block) {
            first_zero(block ^ repeated('/')) | first_zero(block & repeated(0xE0));
 }
 
-// How many characters stand in front of it.
+// How many characters come before the one that was found.
 std::size_t characters_before(Block found) {
 #if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
     return static_cast<std::size_t>(__builtin_ctzll(found)) / 8;
@@ -98,7 +99,7 @@ char* write_escaped(char* out, std::string_view text) {
     const char* at = text.data();
     const char* const end = at + text.size();
     while (static_cast<std::size_t>(end - at) >= sizeof(Block)) {
-        // There is room for the block: what is left takes no less than itself.
+        // The room reaches over the whole block: no character takes less than itself.
         const Block block = load(at);
         std::memcpy(out, &block, sizeof block);
         const Block found = first_escape(block);

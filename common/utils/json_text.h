@@ -1,4 +1,4 @@
-// JSON text as json-c renders it, where its shape is known beforehand: no tree, no allocation.
+// Writes JSON text as json-c would render it, for objects of a known shape: no tree, no allocation.
 #ifndef VYN_COMMON_UTILS_JSON_TEXT_H
 #define VYN_COMMON_UTILS_JSON_TEXT_H
 
@@ -11,20 +11,20 @@ namespace vyn {
 // The longest escape, \u00xx, for one character.
 constexpr std::size_t kMaxEscape = 6;
 
-// The length of a text inside its quotes.
+// The length of a text with its escapes, without the quotes.
 [[nodiscard]] std::size_t escaped_length(std::string_view text);
 
-// Writes that many characters; returns their end.
+// Writes that many characters and returns the end.
 char* write_escaped(char* out, std::string_view text);
 
 inline char* write_plain(char* out, std::string_view text) {
     return out + text.copy(out, text.size());
 }
 
-// Writes the members of an object one after the other, into room that is there.
+// Writes the members of an object one after the other, into a buffer that is large enough.
 class ObjectWriter {
 public:
-    // What a member takes beside its key and its value, and a number with its sign.
+    // Most characters that a member takes beside its key and its value, and that a number takes.
     static constexpr std::size_t kMemberOverhead = sizeof(R"(, "": "")") - 1;
     static constexpr std::size_t kMaxNumber = sizeof("-9223372036854775808") - 1;
 
@@ -33,16 +33,16 @@ public:
     void text(std::string_view key, std::string_view value);
     void number(std::string_view key, int64_t value);
 
-    // Members that are empty or zero are not set, and need no key.
+    // These write nothing for an empty text or for zero.
     void text_if_set(std::string_view key, std::string_view value);
     void number_if_set(std::string_view key, int64_t value);
 
     [[nodiscard]] bool empty() const { return end_ == start_; }
-    // Without the brace at the end.
+    // What was written so far; the object is still open.
     [[nodiscard]] std::string_view written() const {
         return {start_, static_cast<std::size_t>(end_ - start_)};
     }
-    // With it.
+    // Closes the object and returns its whole text.
     [[nodiscard]] std::string_view finish();
 
 private:

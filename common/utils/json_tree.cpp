@@ -13,12 +13,12 @@ namespace vyn {
 namespace {
 
 // Monitoring searches the log for these texts: not to be corrected.
-namespace text {
+namespace log_text {
 constexpr char kNullValue[] = "JSON has key %s with null value";
 constexpr char kUnknownType[] = "JSON has key %s has unknown json type";
 constexpr char kKeyNotFound[] = "get_key_json_int64 failure:json_object_object_get_ex failed";
 constexpr char kNotAnInteger[] = "get_key_json_int64 :json value received not an integer";
-}  // namespace text
+}  // namespace log_text
 
 }  // namespace
 
@@ -53,17 +53,19 @@ bool put_text(json_object* object, const char* key, const char* text) {
 }
 
 JsonPtr new_double(double number) {
-    // Beyond these, the digits before the point do not fit.
+    // Beyond these limits the digits in front of the point do not fit.
     constexpr double kUpperLimit = 1e29;
     constexpr double kLowerLimit = -1e28;
     if (!(number > kLowerLimit && number < kUpperLimit)) {
-        return nullptr;  // also what is not a number
+        return nullptr;  // NaN too
     }
     char text[kDoubleTextSize + 8];  // all six decimals of the longest
     const auto fixed = std::to_chars(text, text + sizeof text, number, std::chars_format::fixed, 6);
     char* end = std::min(fixed.ptr, text + kDoubleTextSize - 1);
-    if (std::memchr(text, '.', static_cast<std::size_t>(end - text)) == nullptr) {
-        // With its point gone it would read back as an integer, and as a smaller one at that.
+    const void* point = std::memchr(text, '.', static_cast<std::size_t>(end - text));
+    if (point == nullptr || point == end - 1) {
+        // No decimal fits. Without its point the text would read back as an integer, and a text that
+        // ends in a point is no JSON to other parsers.
         end = std::to_chars(text, text + kDoubleTextSize - 1, number, std::chars_format::scientific)
                   .ptr;
     }
@@ -79,7 +81,7 @@ int read_value(json_object* root, const char* key, json_val& result) {
     const json_type type = json_object_get_type(value);
     switch (type) {
         case json_type_null:
-            LOG(LOG_LEVEL_DEBUG, text::kNullValue, key);
+            LOG(LOG_LEVEL_DEBUG, log_text::kNullValue, key);
             break;
         case json_type_boolean:
         case json_type_int:
@@ -93,7 +95,7 @@ int read_value(json_object* root, const char* key, json_val& result) {
             result.str_val = json_object_get_string(value);
             break;
         default:
-            LOG(LOG_LEVEL_DEBUG, text::kUnknownType, key);
+            LOG(LOG_LEVEL_DEBUG, log_text::kUnknownType, key);
             break;
     }
     return static_cast<int>(type);
@@ -102,11 +104,11 @@ int read_value(json_object* root, const char* key, json_val& result) {
 bool read_int64(json_object* root, const char* key, int64_t& result) {
     json_object* value = nullptr;
     if (json_object_object_get_ex(root, key, &value) == 0) {
-        LOG(LOG_LEVEL_DEBUG, text::kKeyNotFound);
+        LOG(LOG_LEVEL_DEBUG, log_text::kKeyNotFound);
         return false;
     }
     if (json_object_is_type(value, json_type_int) == 0) {
-        LOG(LOG_LEVEL_ERROR, text::kNotAnInteger);
+        LOG(LOG_LEVEL_ERROR, log_text::kNotAnInteger);
         return true;
     }
     result = json_object_get_int64(value);

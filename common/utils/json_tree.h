@@ -1,5 +1,5 @@
-// The work of the JSON helpers on parsed trees. The log lines that belong to a piece of work are
-// written here, whoever asks for it.
+// The work of the JSON helpers on parsed trees. Each function writes its own log lines, whoever calls
+// it.
 #ifndef VYN_COMMON_UTILS_JSON_TREE_H
 #define VYN_COMMON_UTILS_JSON_TREE_H
 
@@ -12,9 +12,9 @@
 
 namespace vyn {
 
-// The value that a text holds; null when that is not JSON, or the text `null`.
+// Parses a text; null when it is not JSON, and for the text `null`.
 [[nodiscard]] JsonPtr parse_json(const char* text);
-// The same for a member of a record; null too when the text does not end inside it.
+// The same for a member of a header; null too when the text is unterminated.
 template <std::size_t Size>
 [[nodiscard]] JsonPtr parse_member(const char (&member)[Size]) {
     return ::strnlen(member, Size) < Size ? parse_json(member) : nullptr;
@@ -27,13 +27,13 @@ template <std::size_t Size>
     return json_object_is_type(value.get(), json_type_array) != 0;
 }
 
-// Sets a key of an object. A value that is null was not created, for want of memory, and fails.
+// Sets a key of an object. False when memory runs out; a value that is null counts as that.
 [[nodiscard]] bool put_member(json_object* object, const char* key, JsonPtr value);
 
 [[nodiscard]] bool put_text(json_object* object, const char* key, const char* text);
 
-// A number that is written with six decimals in any locale; null when it has no such text that
-// fits and reads back equal.
+// Makes a number whose text has a point in any locale: six decimals, fewer where they do not fit,
+// an exponent where none does. Null for a number beyond what the text can hold.
 [[nodiscard]] JsonPtr new_double(double number);
 
 // get_json_value() on arguments that are there.

@@ -1,4 +1,4 @@
-// Sizes that only the inside needs. ...Size counts the NUL, ...Capacity is plain bytes.
+// Sizes that only the inner code needs. A ...Size counts the NUL, a ...Capacity is plain bytes.
 #ifndef VYN_COMMON_UTILS_LIMITS_H
 #define VYN_COMMON_UTILS_LIMITS_H
 
@@ -15,10 +15,10 @@ constexpr std::size_t kMaxInt = INT_MAX;
 // with its six decimals.
 constexpr std::size_t kDoubleTextSize = 30;
 
-// "null, " is what a null in an array takes at least, once rendered.
+// Characters that a null in an array takes at least once it is rendered: "null, ".
 constexpr std::size_t kRenderedNullLength = 6;
 
-// Largest JSON file that is read. Documents of the unit have kilobytes; more is a wrong path.
+// Largest JSON file that is read. Documents of the unit have kilobytes; a larger file is a wrong path.
 constexpr std::size_t kJsonFileCapacity = std::size_t{16} * 1024 * 1024;
 
 // regcomp() recurses into nested groups, with some 600 bytes of stack each: a few hundred overflow

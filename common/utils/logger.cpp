@@ -19,12 +19,12 @@
 namespace {
 
 // Monitoring searches the log for these texts: not to be corrected.
-namespace text {
+namespace log_text {
 constexpr char kIncorrectLevel[] = "Incorrect log level";
 constexpr char kErrorCode[] = "Error Code : %d";
-}  // namespace text
+}  // namespace log_text
 
-// A plain word to all who set it: a change may be seen a message late, and orders nothing.
+// Set and read without a lock: another thread may see a change one message late.
 std::atomic<uint32_t> log_level{0};
 
 timeval wall_clock() {
@@ -33,8 +33,8 @@ timeval wall_clock() {
     return now;
 }
 
-// Where the next element of a bracket expression stands: behind this character, or behind the
-// end of this class such as [:alpha:].
+// Returns where the next element of a bracket expression begins: behind the character at this index,
+// or behind the end of the class that begins there, such as [:alpha:].
 std::size_t next_element(std::string_view pattern, std::size_t at) {
     const std::string_view opening = pattern.substr(at, 2);
     if (opening != "[:" && opening != "[." && opening != "[=") {
@@ -45,8 +45,8 @@ std::size_t next_element(std::string_view pattern, std::size_t at) {
     return end == std::string_view::npos ? pattern.size() : end + 2;
 }
 
-// The end of the bracket expression that opens at pattern[open]: the index of its ']', or the
-// length of the pattern. A backslash means itself in there, and a ']' that comes first does too.
+// Returns the index of the ']' that ends the bracket expression opened at pattern[open], or the length
+// of the pattern. Inside, a backslash means itself, and so does a ']' that comes first.
 std::size_t bracket_end(std::string_view pattern, std::size_t open) {
     std::size_t at = open + 1;
     if (pattern.substr(at, 1) == "^") {
@@ -82,7 +82,7 @@ bool nested_too_deep(std::string_view pattern) {
 __attribute__((format(printf, 2, 0))) void write_message(uint32_t level, const char* format,
                                                          va_list arguments) {
     char message[LOG_MESSAGE_SIZE];
-    message[0] = '\0';  // all there is to write when formatting fails at once
+    message[0] = '\0';  // the message where formatting fails at once
     (void)vsnprintf(message, sizeof message, format, arguments);
     (void)g_strlcat(message, "\n", sizeof message);
 
@@ -97,7 +97,7 @@ __attribute__((format(printf, 2, 0))) void write_message(uint32_t level, const c
             syslog(LOG_ERR, "%s", message);
             break;
         default:
-            syslog(LOG_ERR, "%s", text::kIncorrectLevel);
+            syslog(LOG_ERR, "%s", log_text::kIncorrectLevel);
             break;
     }
 }
@@ -131,7 +131,7 @@ uint32_t get_log_level(void) { return log_level.load(std::memory_order_relaxed);
 
 void notify_IVI_(const char* message, int error_code) {
     LOG(LOG_LEVEL_ERROR, "%s", message != nullptr ? message : "(null)");
-    LOG(LOG_LEVEL_ERROR, text::kErrorCode, error_code);
+    LOG(LOG_LEVEL_ERROR, log_text::kErrorCode, error_code);
 }
 
 uint64_t get_current_timestamp_(void) {

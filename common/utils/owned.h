@@ -1,4 +1,4 @@
-// Owners: what is held by a variable of one of these types is released with it, on every way out.
+// Owners: a variable of one of these types releases what it holds when its scope ends.
 #ifndef VYN_COMMON_UTILS_OWNED_H
 #define VYN_COMMON_UTILS_OWNED_H
 
@@ -14,7 +14,7 @@ namespace vyn {
 struct JsonRelease {
     void operator()(json_object* object) const { (void)json_object_put(object); }
 };
-// One reference to a json-c value. release() stands in the line of the call that takes it over.
+// One reference to a json-c value. Where json-c takes the reference over, release() follows the call.
 using JsonPtr = std::unique_ptr<json_object, JsonRelease>;
 
 struct TokenerRelease {
@@ -22,8 +22,8 @@ struct TokenerRelease {
 };
 using TokenerPtr = std::unique_ptr<json_tokener, TokenerRelease>;
 
-// Holds off the cancellation of the thread, which must not strike in a destructor: closing is a
-// point where it does.
+// Holds off the cancellation of the thread while it is in scope. close() is a cancellation point, and
+// a cancellation in a destructor would end the process.
 class NoCancellation {
 public:
     NoCancellation() { (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
@@ -52,7 +52,7 @@ public:
 
     // 0, or the errno of the close. The descriptor is gone either way.
     int close() {
-        const NoCancellation often_in_a_destructor;
+        const NoCancellation while_closing;
         const int fd = fd_;
         fd_ = -1;
         return fd < 0 || ::close(fd) == 0 ? 0 : errno;
