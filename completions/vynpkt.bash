@@ -1,6 +1,6 @@
 # Completion of vynpkt for bash.
 
-# Names of messages: in full, or their last part where that is enough.
+# The full names of messages, and the last part of each name that is the only one with that part.
 _vynpkt_messages() {
     vynpkt list 2>/dev/null | awk '
         { short = $0; sub(/.*\./, "", short); names[short] = $0; count[short]++; print }
@@ -23,7 +23,7 @@ _vynpkt() {
     local keys="message_id= correlation_id= version= system_id= sub_system_id= device_id=
         message_type= target_id= ttl= time="
     COMPREPLY=()
-    # To bash the "=" of --status=LIVE is a word of its own.
+    # Bash takes the "=" of --status=LIVE for a word of its own.
     if [[ $before == --* && $word == = ]]; then
         word=
     elif [[ $before == = && ${COMP_WORDS[COMP_CWORD - 2]} == --* ]]; then
@@ -57,7 +57,7 @@ _vynpkt() {
         help) _vynpkt_words "$commands" "$word" ;;
         describe) _vynpkt_words "$(_vynpkt_messages)" "$word" ;;
         restamp)
-            # The status comes first, and then the file.
+            # The first argument is the status, the second one the file.
             if [ "$COMP_CWORD" -eq 2 ]; then
                 _vynpkt_words "$statuses" "$word"
             else

@@ -9,10 +9,10 @@
 #include <string_view>
 #include <vector>
 
-#include "command.h"
-#include "io.h"
+#include "cli/command.h"
+#include "cli/nearest.h"
+#include "io/process.h"
 #include "logger.h"
-#include "nearest.h"
 #include "vyn_version.h"
 
 namespace {
@@ -56,7 +56,7 @@ Commands make_commands(CLI::App& program) {
          {vynpkt::make_show, vynpkt::make_append, vynpkt::make_verify, vynpkt::make_recover}},
         {"Messages",
          {vynpkt::make_list, vynpkt::make_describe, vynpkt::make_encode, vynpkt::make_decode}},
-        {"Small ones", {vynpkt::make_checksum, vynpkt::make_restamp}},
+        {"Others", {vynpkt::make_checksum, vynpkt::make_restamp}},
     };
     Commands commands;
     for (const Group& group : groups) {
@@ -70,7 +70,8 @@ Commands make_commands(CLI::App& program) {
 
 int exit_status(ExitCode code) { return static_cast<int>(code); }
 
-// Why the first argument is not where a run begins; empty when it is.
+// What is wrong with the first argument, which must name a command or ask for help; empty if
+// nothing.
 std::string why_no_command(const Arguments& arguments, const Commands& commands) {
     if (arguments.empty()) {
         return "no command given; see \"vynpkt --help\"";
@@ -106,7 +107,7 @@ Command* chosen(const Commands& commands) {
 
 void set_up_logging(bool verbose) {
     if (verbose) {
-        // Whether or not there is a daemon, syslog copies what it gets to standard error.
+        // LOG_PERROR: syslog() writes the lines to standard error as well, even without a daemon.
         ::openlog("vynpkt", LOG_PERROR, LOG_USER);
     } else {
         update_log_level(LOG_LEVEL_NONE);
@@ -131,7 +132,7 @@ int wrong_arguments(const Command* command, const std::string& message) {
     return exit_status(ExitCode::kUsage);
 }
 
-// The errors of the arguments themselves are told as they ask for, so this comes before the parser.
+// Looked up before the arguments are parsed: errors of parsing must come as JSON too.
 bool wants_json(const Arguments& arguments) {
     const auto end = std::find(arguments.begin(), arguments.end(), "--");
     return std::find(arguments.begin(), end, "--json") != end;
@@ -167,7 +168,7 @@ int run_program(Arguments arguments) {
     try {
         program.parse(Arguments(arguments.rbegin(), arguments.rend()));
     } catch (const CLI::ParseError& error) {
-        // Asking for help or the version arrives here too, as a success.
+        // CLI11 throws for --help and --version as well, with exit code 0.
         return error.get_exit_code() == 0 ? program.exit(error)
                                           : wrong_arguments(chosen(commands), error.what());
     } catch (const vynpkt::Failure& failure) {

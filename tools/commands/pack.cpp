@@ -1,0 +1,327 @@
+// pack: from JSON envelopes to packets.
+#include <google/protobuf/io/coded_stream.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <optional>
+
+#include "cli/command.h"
+#include "io/catalogue.h"
+#include "io/input.h"
+#include "io/json_text.h"
+#include "io/line_reader.h"
+#include "io/output.h"
+#include "io/packet.h"
+#include "io/zstd_frame.h"
+#include "json_helper.h"
+#include "logger.h"
+#include "proto_helper.h"
+
+namespace vynpkt {
+namespace {
+
+constexpr char kNotes[] =
+    R"(Reads the envelope from FILE, or from standard input without FILE or with "-".
+Of the property bag, the packet carries "error_code", and with --body or --type
+also "checksum".
+"body" may have up to 8191 characters. FILE of --body may have any length and
+goes into the packet as it is. So a binary body (message_type with encoding type
+2) is base64 text in "body", and the bytes themselves in FILE. A packet of more
+than 24576 bytes cannot become JSON again, but "unpack --body -" takes its body.
+
+With --type, "body" is the JSON of message T, an object or that object as text,
+of any length, and T goes into the packet. Its message_type must have encoding
+type 2. "vynpkt list" prints the names for T.
+
+-l writes each packet behind its length, a protobuf varint. The first line that
+is refused ends the run. Standard output has the packets of the lines before it
+by then, while a file named with -o stays as it was. A line that loses something
+is written and reported, the run goes on, and the exit code is 4.
+
+Examples:
+  vynpkt pack envelope.json -o packet.bin
+  vynpkt pack -z --new-id --now --status LIVE envelope.json -o packet.zst
+  vynpkt pack --body photo.jpg envelope.json -o packet.bin
+  vynpkt pack --type Telemetry envelope.json -o packet.bin
+  vynpkt pack -l envelopes.jsonl -o packets.bin)";
+
+// For all fields but the body: their texts are as long as in the header, and a tag with its number
+// takes at most eleven bytes.
+constexpr std::size_t kFieldsRoom = 2 * sizeof(msg_hdr);
+
+constexpr char kUnfitBody[] = "\"body\" is neither a string nor an object";
+
+struct Packet {
+    std::string bytes;
+    std::string loss;  // says what the packet lacks; empty when it is complete
+    LibraryCode code = {};
+};
+
+[[noreturn]] void refuse(const Place& place, const std::string& reason, LibraryCode code = {}) {
+    throw Failure(ExitCode::kRefused, place, reason, code);
+}
+
+// The library reads one document and ignores what follows, which would be lost without a message.
+void refuse_second_document(const std::string& text, const Place& place) {
+    if (text.find('\0') != std::string::npos) {
+        refuse(place, "the envelope holds a NUL byte");
+    }
+    if (!is_blank(std::string_view(text).substr(end_of_document(text)))) {
+        refuse(place, "more text behind the envelope; -l takes one envelope on each line");
+    }
+}
+
+bool is_object(const std::string& json) {
+    const std::unique_ptr<char, decltype(&free)> with_body(add_body_to_message(json.c_str(), ""),
+                                                           free);
+    return with_body != nullptr;
+}
+
+std::string why_no_body(const std::string& envelope) {
+    int type = VYN_JSON_NULL;
+    (void)get_json_type(envelope.c_str(), "body", &type);
+    switch (type) {
+        case VYN_JSON_NULL:
+            return "the envelope has no \"body\", and there is no --body FILE";
+        case VYN_JSON_STRING:
+        case VYN_JSON_OBJECT:
+            return "\"body\" is longer than " + std::to_string(VYN_JSON_BODY_MAX_CHARS) +
+                   " characters, the most that goes from JSON to a packet; --body FILE takes any "
+                   "length";
+        default:
+            return kUnfitBody;
+    }
+}
+
+std::string bag_too_long() {
+    return "\"property_bag\" is longer than " + std::to_string(MSG_HDR_BAG_SIZE - 1) +
+           " characters";
+}
+
+std::string why_not_packed(const std::string& envelope, uint32_t code) {
+    switch (code) {
+        case VYN_BAD_ENVELOPE:
+            return "the envelope is not JSON";
+        case VYN_BAD_PROPERTY_BAG:
+            return bag_too_long();
+        case VYN_BAD_BODY:
+            return why_no_body(envelope);
+        default:
+            return "the packet could not be made";
+    }
+}
+
+std::string loss_of(uint32_t code) {
+    return code == VYN_BAD_BODY
+               ? "\"body\" is not base64 as its message_type says; packed without a body"
+               : bag_too_long() + "; packed without it";
+}
+
+// Takes the body out of the envelope.
+Packet pack_envelope(const std::string& envelope, const Place& place) {
+    Packet packet{std::string(kFieldsRoom + VYN_JSON_BODY_MAX_CHARS, '\0'), ""};
+    uint32_t length = 0;
+    const uint32_t code =
+        cnvrt_json_hdr_to_protobuf(envelope.c_str(), bytes_of(packet.bytes),
+                                   static_cast<uint32_t>(packet.bytes.size()), &length);
+    const bool soft = code == VYN_BAD_PROPERTY_BAG || (code == VYN_BAD_BODY && length > 0);
+    if (code != VYN_OK && !soft) {
+        refuse(place, why_not_packed(envelope, code), code);
+    }
+    packet.bytes.resize(length);
+    if (soft) {
+        packet.loss = loss_of(code);
+        packet.code = code;
+    }
+    return packet;
+}
+
+msg_hdr read_header(const std::string& envelope, const Place& place) {
+    msg_hdr hdr{};
+    if (get_msg_hdr(envelope.c_str(), &hdr) == 0) {
+        refuse(place, why_not_packed(envelope, VYN_BAD_ENVELOPE), VYN_BAD_ENVELOPE);
+    }
+    if (!is_object(envelope)) {
+        refuse(place, "the envelope is not a JSON object");  // the header would be empty
+    }
+    return hdr;
+}
+
+Packet pack_with_body(const std::string& envelope, const std::string& body, const Place& place) {
+    const msg_hdr hdr = read_header(envelope, place);
+    Packet packet{std::string(kFieldsRoom + body.size(), '\0'), ""};
+    uint32_t length = 0;
+    const uint32_t code = cnvrt_hdr_to_protobuf(
+        &hdr, bytes_of(packet.bytes), static_cast<uint32_t>(packet.bytes.size()), &length,
+        bytes_of(std::string_view(body)), static_cast<uint32_t>(body.size()));
+    if (code != VYN_OK) {
+        refuse(place, why_not_packed(envelope, code), code);
+    }
+    packet.bytes.resize(length);
+    return packet;
+}
+
+std::string body_text(const std::string& envelope, const Place& place) {
+    // In the text of an object a character takes at most six bytes, as control characters do.
+    std::string text(6 * envelope.size(), '\0');
+    if (get_body_from_message(envelope.c_str(), text.data(), static_cast<uint32_t>(text.size())) ==
+        0) {
+        int type = VYN_JSON_NULL;
+        (void)get_json_type(envelope.c_str(), "body", &type);
+        refuse(place, type == VYN_JSON_NULL ? "the envelope has no \"body\"" : kUnfitBody);
+    }
+    text.resize(std::strlen(text.c_str()));
+    return text;
+}
+
+Packet pack_with_type(const std::string& envelope, const Descriptor& type, const Place& place) {
+    const msg_hdr hdr = read_header(envelope, place);
+    if (hdr.encoding_type != MSG_ENCODING_BINARY) {
+        const uint32_t binary = combine_msg_type_encoding_type(hdr.msg_type, MSG_ENCODING_BINARY);
+        refuse(place, "its message_type is not that of a binary body, as a message is; " +
+                          std::to_string(binary) + " would be");
+    }
+    const Place within = place.within("\"body\"");
+    const std::string quoted = with_integers_quoted(envelope);
+    const Converted body = encode(type, body_text(quoted, place), within);
+    if (quoted != envelope) {
+        (void)encode(type, body_text(envelope, place),
+                     within);  // refuses a number in place of a text
+    }
+    Packet packet = pack_with_body(envelope, body.data, place);
+    if (!body.loss.empty()) {
+        packet.loss = "\"body\": " + body.loss;
+    }
+    return packet;
+}
+
+class Pack : public Command {
+public:
+    explicit Pack(CLI::App& program)
+        : Command(program, "pack", "Turn a JSON envelope into a packet", kNotes) {
+        add_input(input_, "The envelope");
+        CLI::App& app = arguments();
+        app.add_option("--body", body_, "Take the body from FILE, byte for byte")
+            ->type_name("FILE");
+        app.add_option("-t,--type", type_name_, "Take \"body\" as JSON of message T; see below")
+            ->type_name("T");
+        app.add_flag("--new-id", new_id_, "Give the packet a new message_id");
+        app.add_flag("--now", now_, "Set time to the current time");
+        app.add_option_function<std::string>(
+               "--status", [this](const std::string& text) { status_ = parse_status(text); },
+               "Set packet_status: " + status_names())
+            ->type_name("STATUS");
+        app.add_flag("-z,--compress", compress_, "Compress the packet");
+        app.add_flag("-l,--lines", lines_, "Take an envelope from each line; see below");
+    }
+
+    ExitCode run() override {
+        if (lines_ && (compress_ || !body_.empty())) {
+            throw Failure(ExitCode::kUsage, "--lines", "goes with neither --compress nor --body");
+        }
+        if (!type_name_.empty() && !body_.empty()) {
+            throw Failure(ExitCode::kUsage, "--type", "does not go with --body");
+        }
+        if (is_standard(body_) && is_standard(input_)) {
+            throw Failure(ExitCode::kUsage, "--body -",
+                          "the envelope comes from standard input already; name its file");
+        }
+        type_ = type_name_.empty() ? nullptr : &find_message(type_name_);
+        Output out(output());
+        out.refuse_terminal();
+        const ExitCode code = lines_ ? pack_lines(out) : pack_one(out);
+        out.commit();
+        return code;
+    }
+
+private:
+    ExitCode pack_one(Output& out) const {
+        const std::string envelope = read_whole(input_);
+        const Packet packet = pack(envelope, {input_name(input_)});
+        out.write(compress_ ? compressed(packet.bytes) : packet.bytes);
+        return packet.loss.empty() ? ExitCode::kDone : ExitCode::kLoss;
+    }
+
+    ExitCode pack_lines(Output& out) const {
+        LineReader lines(input_);
+        std::string line;
+        ExitCode code = ExitCode::kDone;
+        while (lines.next(line)) {
+            if (is_blank(line)) {
+                continue;
+            }
+            const Packet packet = pack(line, lines.place());
+            out.write(delimited(packet.bytes));
+            code = packet.loss.empty() ? code : ExitCode::kLoss;
+        }
+        return code;
+    }
+
+    [[nodiscard]] Packet pack(const std::string& envelope, const Place& place) const {
+        refuse_second_document(envelope, place);
+        Packet packet = make(envelope, place);
+        stamp(packet.bytes, place);
+        if (!packet.loss.empty()) {
+            tell({ExitCode::kLoss, place, packet.loss, packet.code});
+        }
+        return packet;
+    }
+
+    [[nodiscard]] Packet make(const std::string& envelope, const Place& place) const {
+        if (type_ != nullptr) {
+            return pack_with_type(envelope, *type_, place);
+        }
+        return body_.empty() ? pack_envelope(envelope, place)
+                             : pack_with_body(envelope, read_whole(body_), place);
+    }
+
+    void stamp(std::string& packet, const Place& place) const {
+        Header header;
+        if (!parse_header(packet, header)) {
+            // The library may cut a text within a character, and then no receiver could read the
+            // packet.
+            refuse(place,
+                   "a text is not UTF-8, or too long for its field and cut inside a character",
+                   VYN_NOT_A_HEADER);
+        }
+        if (new_id_) {
+            char uuid[MSG_UUID_SIZE];
+            get_new_message_uuid(uuid, sizeof uuid);
+            header.set_message_id(uuid);
+        }
+        if (now_) {
+            header.set_time(static_cast<int64_t>(get_current_timestamp_()));
+        }
+        if (status_) {
+            header.set_packet_status(static_cast<PacketStatus>(*status_));
+        }
+        packet = header.SerializeAsString();
+    }
+
+    [[nodiscard]] static std::string delimited(const std::string& packet) {
+        constexpr std::size_t kMaxVarint32 = 5;
+        std::string entry(kMaxVarint32, '\0');
+        const uint8_t* end = google::protobuf::io::CodedOutputStream::WriteVarint32ToArray(
+            static_cast<uint32_t>(packet.size()), bytes_of(entry));
+        entry.resize(static_cast<std::size_t>(end - bytes_of(entry)));
+        return entry + packet;
+    }
+
+    std::string input_ = "-";
+    std::string body_;
+    std::string type_name_;
+    const Descriptor* type_ = nullptr;
+    bool new_id_ = false;
+    bool now_ = false;
+    std::optional<int> status_;
+    bool compress_ = false;
+    bool lines_ = false;
+};
+
+}  // namespace
+
+CommandPtr make_pack(CLI::App& program) { return std::make_unique<Pack>(program); }
+
+}  // namespace vynpkt

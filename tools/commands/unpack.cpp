@@ -1,0 +1,236 @@
+// unpack: from a packet to its JSON envelope and its body.
+#include <json-c/json.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstring>
+#include <optional>
+
+#include "cli/command.h"
+#include "io/catalogue.h"
+#include "io/input.h"
+#include "io/output.h"
+#include "io/packet.h"
+#include "io/packet_file.h"
+#include "io/zstd_frame.h"
+#include "json_helper.h"
+#include "proto_helper.h"
+#include "protobuf/header_json.h"
+
+namespace vynpkt {
+namespace {
+
+constexpr char kNotes[] =
+    R"(Reads a packet, compressed or plain, from FILE, or from standard input without
+FILE or with "-". JSON does not carry the packet status, and "version" is always
+3 in it. A packet of more than 24576 bytes cannot become JSON; --body - still
+takes its body. Without -o, "--body -" prints the body and no envelope.
+
+With --type, the body is the bytes of message T, and "body" becomes the JSON of
+T, an object, whatever its length. "vynpkt list" prints the names for T.
+
+Examples:
+  vynpkt unpack packet.bin
+  vynpkt unpack --body photo.jpg -o envelope.json packet.bin
+  vynpkt unpack --body - packet.bin | hexdump -C
+  vynpkt unpack --type Telemetry packet.bin | jq .body
+  vynpkt unpack packet.bin | jq -r .message_id)";
+
+bool is_soft(uint32_t code) { return code == VYN_DOES_NOT_FIT || code == VYN_BAD_BODY; }
+
+constexpr char kAPacketFile[] =
+    "not a valid Header; this is a packet file, which \"vynpkt show\" reads";
+
+// Whether bytes that are no packet themselves begin with an entry.
+bool is_packet_file(std::string_view bytes) {
+    const vyn::LengthPrefix prefix = read_length(bytes);
+    Header header;
+    const auto length = static_cast<std::size_t>(prefix.length);
+    return length > 0 && prefix.size > 0 && length <= bytes.size() - prefix.size &&
+           parse_header(bytes.substr(prefix.size, length), header) && !parse_header(bytes, header);
+}
+
+std::string content_of(const std::string& packet) {
+    return is_frame(packet) ? decompressed(packet) : packet;
+}
+
+std::string words_for(uint32_t code, const std::string& packet) {
+    switch (code) {
+        case VYN_DOES_NOT_FIT:
+            return "a text is too long for the envelope and left empty there";
+        case VYN_NOT_A_HEADER:
+            return is_packet_file(content_of(packet)) ? kAPacketFile : kNotAHeader;
+        case VYN_BAD_BODY:
+            return "a binary body of more than " + std::to_string(VYN_BINARY_BODY_CAPACITY) +
+                   " bytes does not go into the envelope and is left empty there; --body FILE "
+                   "takes it whole";
+        case VYN_NOT_DECOMPRESSED:
+            try {
+                if (is_packet_file(content_of(packet))) {
+                    return kAPacketFile;
+                }
+            } catch (const FrameError& error) {
+                return error.what();
+            }
+            return "more than the " + std::to_string(VYN_PACKET_CAPACITY) +
+                   " bytes that become JSON; --body - takes the body";
+        default:
+            return "the envelope could not be made";
+    }
+}
+
+// Whether a terminal can show the body.
+bool is_plain_text(std::string_view text) {
+    return std::all_of(text.begin(), text.end(), [](unsigned char c) {
+        constexpr unsigned char kDelete = 0x7F;
+        return (c >= ' ' && c != kDelete) || c == '\n' || c == '\r' || c == '\t';
+    });
+}
+
+// Removes the line breaks with their indentation, since an envelope is one line. Newlines in
+// strings are escaped and stay.
+std::string on_one_line(const std::string& json) {
+    std::string line;
+    bool indent = false;
+    for (const char c : json) {
+        indent = c == '\n' || (indent && c == ' ');
+        if (!indent) {
+            line += c;
+        }
+    }
+    return line;
+}
+
+class Unpack : public Command {
+public:
+    explicit Unpack(CLI::App& program)
+        : Command(program, "unpack", "Turn a packet into its JSON envelope", kNotes) {
+        add_input(input_, "The packet");
+        arguments()
+            .add_option("--body", body_, "Write the body to FILE as well, byte for byte")
+            ->type_name("FILE");
+        arguments()
+            .add_option("-t,--type", type_, "Show the body as JSON of message T; see below")
+            ->type_name("T");
+    }
+
+    ExitCode run() override {
+        if (!body_.empty() && !output().empty() && same_file(body_, output())) {
+            throw Failure(ExitCode::kUsage, output(), "cannot be both the envelope and the body");
+        }
+        if (!type_.empty() && !envelope_wanted()) {
+            throw Failure(ExitCode::kUsage, "--type",
+                          "is about the envelope, which \"--body -\" leaves out; add -o FILE");
+        }
+        const Descriptor* type = type_.empty() ? nullptr : &find_message(type_);
+        const std::string packet = read_packet(input_);
+        ExitCode code = ExitCode::kDone;
+        std::string envelope;
+        Header header;
+        if (type != nullptr) {
+            parse(packet, header);
+            code = convert_with_type(header, *type, envelope);
+        } else if (envelope_wanted()) {
+            code = convert(packet, envelope);
+        }
+        envelope += '\n';
+        if (!body_.empty() && type == nullptr) {
+            parse(packet, header);
+        }
+        write(envelope, header.body());
+        return code;
+    }
+
+private:
+    [[nodiscard]] bool envelope_wanted() const { return !is_standard(body_) || !output().empty(); }
+
+    ExitCode convert(const std::string& packet, std::string& envelope) const {
+        envelope.resize(kEnvelopeRoom);
+        const auto room = static_cast<uint32_t>(envelope.size());
+        Header header;
+        uint32_t code = VYN_NOT_A_HEADER;
+        if (is_frame(packet)) {
+            code = cnvrt_protobuf_to_json_hdr(bytes_of(std::string_view(packet)), envelope.data(),
+                                              static_cast<uint32_t>(packet.size()), room);
+        } else if (packet.size() > VYN_PACKET_CAPACITY) {
+            code = VYN_NOT_DECOMPRESSED;  // the result for a frame of so many bytes
+        } else if (parse_header(packet, header)) {
+            code = vyn::header_to_json(header, envelope.data(), room);
+        }
+        envelope.resize(std::strlen(envelope.c_str()));
+        if (code == VYN_OK) {
+            return ExitCode::kDone;
+        }
+        const std::string reason = words_for(code, packet);
+        if (!is_soft(code)) {
+            throw Failure(ExitCode::kRefused, input_name(input_), reason, code);
+        }
+        tell({ExitCode::kLoss, {input_name(input_)}, reason, code});
+        return ExitCode::kLoss;
+    }
+
+    // The body is converted apart from the envelope, because it may be longer than the envelope
+    // takes.
+    ExitCode convert_with_type(Header header, const Descriptor& type, std::string& envelope) const {
+        const Place place{input_name(input_), "the body"};
+        const Converted body = decode(type, header.body(), place);
+        header.clear_body();
+        const ExitCode code = convert(header.SerializeAsString(), envelope);
+        set_body(envelope, on_one_line(body.data));
+        if (body.loss.empty()) {
+            return code;
+        }
+        tell({ExitCode::kLoss, place, body.loss});
+        return ExitCode::kLoss;
+    }
+
+    // Puts the text in as it is. If json-c parsed it, -0 would become 0.
+    void set_body(std::string& envelope, std::string json) const {
+        json_object* body = json_object_new_object();
+        json_object_set_serializer(body, json_object_userdata_to_json_string, json.data(), nullptr);
+        envelope.resize(2 * envelope.size() + json.size() + sizeof R"("body": , )");
+        if (set_array_key_json(envelope.data(), "body", body,
+                               static_cast<uint32_t>(envelope.size())) == 0) {
+            throw Failure(ExitCode::kRefused, input_name(input_), "the envelope could not be made");
+        }
+        envelope.resize(std::strlen(envelope.c_str()));
+    }
+
+    void parse(const std::string& packet, Header& header) const {
+        if (!parse_header(plain_packet(packet, input_name(input_)), header)) {
+            throw Failure(ExitCode::kRefused, input_name(input_), kNotAHeader, VYN_NOT_A_HEADER);
+        }
+    }
+
+    // Writes both before either file is replaced.
+    void write(const std::string& envelope, const std::string& body) const {
+        std::optional<Output> body_out;
+        if (!body_.empty()) {
+            body_out.emplace(body_);
+            if (!is_plain_text(body)) {
+                body_out->refuse_terminal();
+            }
+            body_out->write(body);
+        }
+        if (envelope_wanted()) {
+            Output out(output());
+            out.write(envelope);
+            if (body_out) {
+                body_out->commit();
+            }
+            out.commit();
+        } else {
+            body_out->commit();
+        }
+    }
+
+    std::string input_ = "-";
+    std::string body_;
+    std::string type_;
+};
+
+}  // namespace
+
+CommandPtr make_unpack(CLI::App& program) { return std::make_unique<Unpack>(program); }
+
+}  // namespace vynpkt
