@@ -1,4 +1,4 @@
-// Counts what is taken from the heap, by standing in front of the C library's functions.
+// Counts allocations: these functions replace those of the C library and call them.
 #include "allocations.h"
 
 extern "C" {

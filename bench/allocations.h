@@ -1,4 +1,4 @@
-// How often the program has taken memory from the heap.
+// How often the program has allocated memory.
 #ifndef VYN_BENCH_ALLOCATIONS_H
 #define VYN_BENCH_ALLOCATIONS_H
 

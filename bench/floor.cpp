@@ -77,7 +77,7 @@ bool wire_to_json(const Sample& sample, Output& out) {
     char base64[VYN_PACKET_CAPACITY];
     const char* body = header.body().data();
     std::size_t length = header.body().size();
-    if (sample.record.encoding_type == MSG_ENCODING_BINARY) {
+    if (sample.header.encoding_type == MSG_ENCODING_BINARY) {
         body = base64;
         length = encode_base64(header.body(), base64);
     }
@@ -92,7 +92,7 @@ bool json_to_wire(const Sample& sample, Output& out) {
     if (found) {
         const char* text = json_object_get_string(body);
         const auto length = static_cast<std::size_t>(json_object_get_string_len(body));
-        if (sample.record.encoding_type == MSG_ENCODING_BINARY) {
+        if (sample.header.encoding_type == MSG_ENCODING_BINARY) {
             out.length = decode_base64(text, length, out.bytes);
         } else {
             std::memcpy(out.bytes, text, length);
@@ -103,8 +103,8 @@ bool json_to_wire(const Sample& sample, Output& out) {
     return found;
 }
 
-bool record_to_wire(const Sample& sample, Output& out) {
-    json_object* bag = json_tokener_parse(sample.record.property_bag);
+bool header_to_wire(const Sample& sample, Output& out) {
+    json_object* bag = json_tokener_parse(sample.header.property_bag);
     if (bag == nullptr) {
         return false;
     }

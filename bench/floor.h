@@ -1,5 +1,5 @@
-// What no way of doing the conversions can leave out, and nothing else: how much there is left to
-// gain. Each writes the body alone, in its form on the other side.
+// The work that every implementation of a conversion must do, and nothing else: it shows how much
+// there is left to gain. Each function writes only the body, in the form that it is converted to.
 #ifndef VYN_BENCH_FLOOR_H
 #define VYN_BENCH_FLOOR_H
 
@@ -9,7 +9,7 @@ namespace bench::floor {
 
 bool wire_to_json(const Sample& sample, Output& out);
 bool json_to_wire(const Sample& sample, Output& out);
-bool record_to_wire(const Sample& sample, Output& out);
+bool header_to_wire(const Sample& sample, Output& out);
 bool restamp(const Sample& sample, Output& out);
 
 }  // namespace bench::floor

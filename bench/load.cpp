@@ -1,4 +1,4 @@
-// What a library with the catalogue costs a process that has its dependencies already. Prints the
+// Measures what loading the library costs a process that has its dependencies already. Prints the
 // microseconds of CPU time and the kilobytes of private memory that loading takes, and the
 // microseconds that serializing one of each message takes.
 //

@@ -21,8 +21,8 @@
 #include "json_helper.h"
 #include "logger.h"
 #include "packet_files.h"
-#include "plain_chain.h"
 #include "proto_helper.h"
+#include "reference/plain_chain.h"
 #include "samples.h"
 #include "vyn_header_v3.pb.h"
 
@@ -34,7 +34,7 @@ const uint8_t* bytes_of(const std::string& text) {
 }
 uint32_t length_of(const std::string& text) { return static_cast<uint32_t>(text.size()); }
 
-// What has become of a conversion to JSON.
+// Whether a conversion to JSON succeeded; stores the length of its text.
 bool take_text(uint32_t result, Output& out) {
     out.length = static_cast<uint32_t>(std::strlen(reinterpret_cast<const char*>(out.bytes)));
     return result == VYN_OK;
@@ -54,8 +54,8 @@ bool json_to_wire(const Sample& sample, Output& out) {
                                       &out.length) == VYN_OK;
 }
 
-bool record_to_wire(const Sample& sample, Output& out) {
-    return cnvrt_hdr_to_protobuf(&sample.record, out.bytes, sizeof out.bytes, &out.length,
+bool header_to_wire(const Sample& sample, Output& out) {
+    return cnvrt_hdr_to_protobuf(&sample.header, out.bytes, sizeof out.bytes, &out.length,
                                  bytes_of(sample.body), length_of(sample.body)) == VYN_OK;
 }
 
@@ -87,8 +87,8 @@ bool json_to_wire(const Sample& sample, Output& out) {
            plain_chain::json_to_wire(json, out.bytes, sizeof out.bytes, &out.length) == VYN_OK;
 }
 
-bool record_to_wire(const Sample& sample, Output& out) {
-    return plain_chain::record_to_wire(sample.record, bytes_of(sample.body), length_of(sample.body),
+bool header_to_wire(const Sample& sample, Output& out) {
+    return plain_chain::header_to_wire(sample.header, bytes_of(sample.body), length_of(sample.body),
                                        out.bytes, sizeof out.bytes, &out.length) == VYN_OK;
 }
 
@@ -105,7 +105,7 @@ struct Work {
     Conversion library = nullptr;
     Conversion plain = nullptr;
     Conversion floor = nullptr;
-    // What comes before a series of calls, and what shows its result when that is not the output.
+    // Prepares a series of calls; reads its result into the output when that is elsewhere.
     void (*start)(const Sample& sample) = nullptr;
     void (*look)(Output& out) = nullptr;
 };
@@ -115,8 +115,8 @@ constexpr Work kWorks[] = {
      floor::wire_to_json},
     {"json_to_wire", VYN_JSON_BODY_MAX_CHARS, library::json_to_wire, plain::json_to_wire,
      floor::json_to_wire},
-    {"record_to_wire", VYN_PACKET_CAPACITY, library::record_to_wire, plain::record_to_wire,
-     floor::record_to_wire},
+    {"header_to_wire", VYN_PACKET_CAPACITY, library::header_to_wire, plain::header_to_wire,
+     floor::header_to_wire},
     {"restamp", VYN_PACKET_CAPACITY, library::restamp, plain::restamp, floor::restamp},
     {"store", packet_files::kLongestBody, packet_files::store, packet_files::store_plainly,
      packet_files::store_floor, packet_files::start_storing, packet_files::look},
@@ -124,7 +124,7 @@ constexpr Work kWorks[] = {
      packet_files::read_floor, packet_files::start_reading},
 };
 
-// What the library is to reach, from a length of the body on; the last line that fits holds.
+// What the library is to reach with bodies of this length or more; the last line that fits counts.
 struct Goal {
     std::string_view work;
     std::size_t body_length;
@@ -135,7 +135,7 @@ constexpr double kNone = 0;
 constexpr Goal kGoals[] = {
     {"wire_to_json", 0, 12, kNone},    {"wire_to_json", 1000, 6, 2},
     {"wire_to_json", 6000, 3, 1.25},   {"json_to_wire", 1000, kNone, 1.25},
-    {"record_to_wire", 0, kNone, 1.6}, {"restamp", 0, 2, kNone},
+    {"header_to_wire", 0, kNone, 1.6}, {"restamp", 0, 2, kNone},
     {"store", 0, kNone, 1.3},          {"read", 0, kNone, 1.3},
 };
 
@@ -160,7 +160,7 @@ Goal goal_of(const Row& row) {
             goal = candidate;
         }
     }
-    if (row.sample.record.encoding_type != MSG_ENCODING_BINARY) {
+    if (row.sample.header.encoding_type != MSG_ENCODING_BINARY) {
         goal.times_faster = kNone;
     }
     return goal;
@@ -178,8 +178,8 @@ std::vector<Row> make_rows(const std::vector<Sample>& samples) {
     return rows;
 }
 
-// Comparing the times of two things says nothing unless both do the same: library and chain must
-// write the same bytes, and the floor's body must be among them.
+// Times are comparable only where the work is the same: library and chain must write the same bytes,
+// and these must contain the body that the floor writes.
 bool writes_the_same(const Row& row) {
     Output library{};
     Output plain{};
@@ -221,7 +221,8 @@ double cpu_seconds() {
 
 // The CPU time of one call in seconds; not a number when it failed.
 double time_call(const Row& row, Conversion convert) {
-    // So many that reading the clock does not count, so few that the variants take turns often.
+    // Enough calls that reading the clock does not count, few enough that the variants take turns
+    // often.
     constexpr int kCalls = 32;
     static Output out;
     bool done = true;
@@ -311,7 +312,7 @@ private:
 };
 
 int run(int argc, char** argv) {
-    // Ours first: the last of two equal flags holds.
+    // Our flags stand first, so that the ones of the command line override them.
     char interleaving[] = "--benchmark_enable_random_interleaving=true";
     char repetitions[] = "--benchmark_repetitions=5";
     char min_time[] = "--benchmark_min_time=0.2";

@@ -23,9 +23,9 @@ using google::protobuf::io::CodedInputStream;
 using google::protobuf::io::CodedOutputStream;
 using google::protobuf::io::FileInputStream;
 
-constexpr std::size_t kRecords = 7;
-// Each record of the output.
-constexpr std::size_t kSlot = sizeof(Output::bytes) / kRecords;
+constexpr std::size_t kEntries = 7;
+// Room for each entry in the output.
+constexpr std::size_t kSlot = sizeof(Output::bytes) / kEntries;
 
 // Removed with its folder when the program ends.
 class File {
@@ -100,15 +100,15 @@ bool store_floor(const Sample& sample, Output& out) {
 }
 
 bool read(const Sample& /*unused*/, Output& out) {
-    uint8_t* records[kRecords + 1] = {};
-    uint32_t lengths[kRecords];
-    for (std::size_t i = 0; i < kRecords; ++i) {
-        records[i] = out.bytes + i * kSlot;
+    uint8_t* entries[kEntries + 1] = {};
+    uint32_t lengths[kEntries];
+    for (std::size_t i = 0; i < kEntries; ++i) {
+        entries[i] = out.bytes + i * kSlot;
     }
     uint32_t count = 0;
     out.length = sizeof out.bytes;
-    return read_proto_msg_from_file(records, &count, lengths, path()) == VYN_OK &&
-           count == kRecords;
+    return read_proto_msg_from_file(entries, &count, lengths, path()) == VYN_OK &&
+           count == kEntries;
 }
 
 bool read_plainly(const Sample& /*unused*/, Output& out) {
@@ -117,7 +117,7 @@ bool read_plainly(const Sample& /*unused*/, Output& out) {
     file.SetCloseOnDelete(true);
     CodedInputStream stream(&file);
     out.length = sizeof out.bytes;
-    for (std::size_t i = 0; i < kRecords; ++i) {
+    for (std::size_t i = 0; i < kEntries; ++i) {
         Header header;
         bool end = false;
         if (!google::protobuf::util::ParseDelimitedFromCodedStream(&header, &stream, &end) ||
@@ -137,18 +137,18 @@ bool read_floor(const Sample& /*unused*/, Output& out) {
     }
     CodedInputStream stream(bytes, static_cast<int>(read));
     out.length = sizeof out.bytes;
-    for (std::size_t i = 0; i < kRecords; ++i) {
+    for (std::size_t i = 0; i < kEntries; ++i) {
         uint32_t length = 0;
         Header header;
         if (!stream.ReadVarint32(&length)) {
             return false;
         }
-        const uint8_t* record = bytes + stream.CurrentPosition();
-        if (!header.ParseFromArray(record, static_cast<int>(length)) ||
+        const uint8_t* packet = bytes + stream.CurrentPosition();
+        if (!header.ParseFromArray(packet, static_cast<int>(length)) ||
             !stream.Skip(static_cast<int>(length))) {
             return false;
         }
-        std::memcpy(out.bytes + i * kSlot, record, length);
+        std::memcpy(out.bytes + i * kSlot, packet, length);
     }
     return true;
 }
@@ -158,7 +158,7 @@ void start_storing(const Sample& /*unused*/) { (void)::unlink(path()); }
 void start_reading(const Sample& sample) {
     start_storing(sample);
     Output out{};
-    for (std::size_t i = 0; i < kRecords; ++i) {
+    for (std::size_t i = 0; i < kEntries; ++i) {
         if (!store(sample, out)) {
             throw std::runtime_error("a packet was not stored");
         }

@@ -1,5 +1,5 @@
-// Storing a packet to a packet file and reading a file of packets, in three ways each: as the
-// library does, as one writes it first, and what no way can leave out.
+// Storing a packet in a packet file and reading a packet file, in three ways each: by the library, in
+// the plain way, and the floor, which is only what every way must do.
 #ifndef VYN_BENCH_PACKET_FILES_H
 #define VYN_BENCH_PACKET_FILES_H
 
@@ -20,11 +20,11 @@ bool read(const Sample& sample, Output& out);
 bool read_plainly(const Sample& sample, Output& out);
 bool read_floor(const Sample& sample, Output& out);
 
-// Before a series of calls: no file, and one that holds some packets.
+// Prepare a series of calls: remove the file; make one that holds some packets.
 void start_storing(const Sample& sample);
 void start_reading(const Sample& sample);
 
-// What is in the file.
+// Reads the file into the output.
 void look(Output& out);
 
 }  // namespace bench::packet_files

@@ -61,30 +61,30 @@ void set(char (&member)[Size], const std::string& text) {
     text.copy(member, Size);
 }
 
-msg_hdr make_record(const std::string& body, uint32_t encoding_type) {
+msg_hdr make_header(const std::string& body, uint32_t encoding_type) {
     char checksum[65] = "";
     require(calculate_checksum(reinterpret_cast<const uint8_t*>(body.data()),
                                static_cast<uint32_t>(body.size()), checksum, sizeof checksum) == 1,
             "no checksum");
-    msg_hdr record{};
-    set(record.message_id, "5f0c2f9e-8a34-4c1b-9d5e-2f6b7a10c3d4");
-    set(record.correlation_id, "c1b7e2d0-4f6a-4e0b-8a55-90d1e3f2ab67");
-    set(record.system_id, "telematics");
-    set(record.device_id, "TCU-00A1B2C3D4E5F6");
-    set(record.property_bag, std::string(R"({"error_code":5,"checksum":")") + checksum + R"("})");
-    record.version = 3;
-    record.sub_system_id = 12;
-    record.encoding_type = encoding_type;
-    record.msg_type = 1021;
-    record.time = 1709200000123;
-    record.ttl = 86400;
-    return record;
+    msg_hdr header{};
+    set(header.message_id, "5f0c2f9e-8a34-4c1b-9d5e-2f6b7a10c3d4");
+    set(header.correlation_id, "c1b7e2d0-4f6a-4e0b-8a55-90d1e3f2ab67");
+    set(header.system_id, "telematics");
+    set(header.device_id, "TCU-00A1B2C3D4E5F6");
+    set(header.property_bag, std::string(R"({"error_code":5,"checksum":")") + checksum + R"("})");
+    header.version = 3;
+    header.sub_system_id = 12;
+    header.encoding_type = encoding_type;
+    header.msg_type = 1021;
+    header.time = 1709200000123;
+    header.ttl = 86400;
+    return header;
 }
 
-std::string make_packet(const msg_hdr& record, const std::string& body) {
+std::string make_packet(const msg_hdr& header, const std::string& body) {
     std::string packet(VYN_PACKET_CAPACITY, '\0');
     uint32_t length = 0;
-    require(cnvrt_hdr_to_protobuf(&record, reinterpret_cast<uint8_t*>(packet.data()),
+    require(cnvrt_hdr_to_protobuf(&header, reinterpret_cast<uint8_t*>(packet.data()),
                                   static_cast<uint32_t>(packet.size()), &length,
                                   reinterpret_cast<const uint8_t*>(body.data()),
                                   static_cast<uint32_t>(body.size())) == VYN_OK,
@@ -102,9 +102,9 @@ std::string compressed(const std::string& packet) {
     return frame;
 }
 
-std::string make_envelope(msg_hdr record, const std::string& json_body) {
+std::string make_envelope(msg_hdr header, const std::string& json_body) {
     using Text = std::unique_ptr<char, decltype(&std::free)>;
-    const Text envelope(convert_hdr_to_json(&record, 0, 0), &std::free);
+    const Text envelope(convert_hdr_to_json(&header, 0, 0), &std::free);
     const Text whole(add_body_to_message(envelope.get(), json_body.c_str()), &std::free);
     require(whole != nullptr, "no envelope");
     return whole.get();
@@ -114,16 +114,16 @@ Sample make_sample(const std::string& body, uint32_t encoding_type) {
     const bool binary = encoding_type == MSG_ENCODING_BINARY;
     Sample sample;
     sample.name = (binary ? "binary_" : "text_") + std::to_string(body.size());
-    sample.record = make_record(body, encoding_type);
+    sample.header = make_header(body, encoding_type);
     sample.body = body;
-    sample.packet = make_packet(sample.record, body);
+    sample.packet = make_packet(sample.header, body);
     sample.received = compressed(sample.packet);
     sample.json_body = body;
     if (binary) {
         sample.json_body.resize((body.size() + 2) / 3 * 4);
         (void)encode_base64(body, sample.json_body.data());
     }
-    sample.envelope = make_envelope(sample.record, sample.json_body);
+    sample.envelope = make_envelope(sample.header, sample.json_body);
     return sample;
 }
 

@@ -1,4 +1,4 @@
-// What the conversions are measured on: the same packet in its three forms, for several bodies.
+// The samples to measure with: the same packet in its three forms, with several bodies.
 #ifndef VYN_BENCH_SAMPLES_H
 #define VYN_BENCH_SAMPLES_H
 
@@ -13,9 +13,9 @@ namespace bench {
 
 struct Sample {
     std::string name;       // kind and length of the body
-    msg_hdr record{};       // with a property bag
-    std::string body;       // what goes with the record
-    std::string packet;     // of both
+    msg_hdr header{};       // with a property bag
+    std::string body;       // what goes with the header
+    std::string packet;     // the header with the body
     std::string received;   // the packet, compressed
     std::string json_body;  // the body as the envelope carries it
     std::string envelope;   // JSON, with its body
@@ -27,11 +27,11 @@ struct Output {
     uint32_t length;
 };
 
-// Every variant of a conversion: the sample's form that it reads into the output. False when it
-// failed.
+// A variant of a conversion: it reads one form of the sample and writes another into the output. False
+// when it failed.
 using Conversion = bool (*)(const Sample& sample, Output& out);
 
-// The same ones in every run. Throws when a form cannot be made.
+// The same samples in every run. Throws when a form cannot be made.
 std::vector<Sample> make_samples();
 
 // Writes the text and a NUL; returns the length of the text.

@@ -1,5 +1,6 @@
 #include "plain_chain.h"
 
+#include <google/protobuf/unknown_field_set.h>
 #include <json-c/json.h>
 #include <zstd.h>
 
@@ -41,16 +42,16 @@ std::string rendered(json_object* value) {
 }
 
 // Empty when nothing is set.
-std::string property_bag(const msg_property_bag& record) {
+std::string property_bag(const msg_property_bag& members) {
     json_object* bag = json_object_new_object();
-    put_if_set(bag, "error_code", record.error_code);
-    put_if_set(bag, "OTT", record.OTT);
-    put_if_set(bag, "ack_required", record.ack_required);
-    put_if_set(bag, "attempt", record.attempt);
-    put_if_set(bag, "checksum", record.checksum);
-    put_if_set(bag, "error", record.error);
-    put_if_set(bag, "target", record.target);
-    put_if_set(bag, "file", record.file);
+    put_if_set(bag, "error_code", members.error_code);
+    put_if_set(bag, "OTT", members.OTT);
+    put_if_set(bag, "ack_required", members.ack_required);
+    put_if_set(bag, "attempt", members.attempt);
+    put_if_set(bag, "checksum", members.checksum);
+    put_if_set(bag, "error", members.error);
+    put_if_set(bag, "target", members.target);
+    put_if_set(bag, "file", members.file);
     const bool empty = json_object_object_length(bag) == 0;
     std::string text = rendered(bag);
     return empty ? "" : text;
@@ -101,7 +102,7 @@ void fill_header(const msg_hdr& hdr, Header& header) {
     header.set_packet_status(static_cast<PacketStatus>(static_cast<int>(hdr.packet_status)));
 }
 
-// Into a member that is zero. What is too long leaves it so.
+// Copies into a member that is zero; a text that is too long is not copied.
 template <std::size_t Size>
 void take(char (&member)[Size], const std::string& text, uint32_t& result) {
     if (text.size() < Size) {
@@ -111,7 +112,7 @@ void take(char (&member)[Size], const std::string& text, uint32_t& result) {
     }
 }
 
-void fill_record(const Header& header, msg_hdr& hdr, uint32_t& result) {
+void fill_header(const Header& header, msg_hdr& hdr, uint32_t& result) {
     take(hdr.message_id, header.message_id(), result);
     take(hdr.correlation_id, header.correlation_id(), result);
     take(hdr.system_id, header.system_id(), result);
@@ -123,7 +124,7 @@ void fill_record(const Header& header, msg_hdr& hdr, uint32_t& result) {
     hdr.ttl = header.ttl();
 }
 
-void fill_record(const Header_Property_bag& received, msg_property_bag& bag, uint32_t& result) {
+void fill_bag(const Header_Property_bag& received, msg_property_bag& bag, uint32_t& result) {
     bag.error_code = received.error_code();
     bag.ack_required = received.ack_required();
     take(bag.attempt, received.attempt(), result);
@@ -155,7 +156,7 @@ bool take_bag(const char* text, Checksum checksum, Header& header) {
     return true;
 }
 
-// The result, or that of writing when that fails.
+// Returns the result given, or that of writing when writing fails.
 uint32_t serialize(const Header& header, uint32_t result, uint8_t* out, uint32_t capacity,
                    uint32_t* length) {
     *length = static_cast<uint32_t>(header.ByteSizeLong());
@@ -165,7 +166,32 @@ uint32_t serialize(const Header& header, uint32_t result, uint8_t* out, uint32_t
     return header.SerializeToArray(out, static_cast<int>(*length)) ? result : 7;
 }
 
+#if GOOGLE_PROTOBUF_VERSION < 3008000
+// Those releases take a bag that is cut for a whole one, but read unknown fields strictly.
+bool ends_inside(const uint8_t* bytes, std::size_t size) {
+    google::protobuf::UnknownFieldSet fields;
+    if (!fields.ParseFromArray(bytes, static_cast<int>(size))) {
+        return false;
+    }
+    for (int i = 0; i < fields.field_count(); ++i) {
+        const auto& field = fields.field(i);
+        if (field.number() == Header::kPropertyBagFieldNumber &&
+            field.type() == google::protobuf::UnknownField::TYPE_LENGTH_DELIMITED &&
+            !google::protobuf::UnknownFieldSet().ParseFromString(field.length_delimited())) {
+            return false;
+        }
+    }
+    return true;
+}
+#else
+bool ends_inside(const uint8_t* /*bytes*/, std::size_t /*size*/) { return true; }
+#endif
+
 }  // namespace
+
+bool parse(const uint8_t* bytes, std::size_t size, Header& header) {
+    return ends_inside(bytes, size) && header.ParseFromArray(bytes, static_cast<int>(size));
+}
 
 uint32_t wire_to_json(const uint8_t* pkt, uint32_t pkt_len, char* json_out,
                       uint32_t json_out_size) {
@@ -181,7 +207,7 @@ uint32_t wire_to_json(const uint8_t* pkt, uint32_t pkt_len, char* json_out,
         return 13;
     }
     Header header;
-    if (!header.ParseFromArray(plain, static_cast<int>(plain_len))) {
+    if (!parse(plain, plain_len, header)) {
         return 8;
     }
     const uint32_t word = header.message_type();
@@ -189,7 +215,7 @@ uint32_t wire_to_json(const uint8_t* pkt, uint32_t pkt_len, char* json_out,
         static_cast<int>(word), static_cast<int>(word & 0x3FFF), static_cast<int>(word >> 14 & 3));
     uint32_t result = 0;
     msg_hdr hdr{};
-    fill_record(header, hdr, result);
+    fill_header(header, hdr, result);
     char body[24576] = {};
     if (!is_binary(header)) {
         take(body, header.body(), result);
@@ -198,7 +224,7 @@ uint32_t wire_to_json(const uint8_t* pkt, uint32_t pkt_len, char* json_out,
         result = 11;
     }
     msg_property_bag bag{};
-    fill_record(header.property_bag(), bag, result);
+    fill_bag(header.property_bag(), bag, result);
     uint32_t ignored = 0;
     take(hdr.property_bag, property_bag(bag), ignored);
     const std::string json = with_body(envelope(hdr), body);
@@ -236,7 +262,7 @@ uint32_t json_to_wire(const char* json, uint8_t* out, uint32_t capacity, uint32_
     return serialize(header, result, out, capacity, length);
 }
 
-uint32_t record_to_wire(const msg_hdr& hdr, const uint8_t* body, uint32_t body_len, uint8_t* out,
+uint32_t header_to_wire(const msg_hdr& hdr, const uint8_t* body, uint32_t body_len, uint8_t* out,
                         uint32_t capacity, uint32_t* length) {
     Header header;
     fill_header(hdr, header);
@@ -250,7 +276,7 @@ uint32_t record_to_wire(const msg_hdr& hdr, const uint8_t* body, uint32_t body_l
 uint32_t restamp(const uint8_t* pkt, uint32_t pkt_len, uint32_t status, uint8_t* out,
                  uint32_t capacity, uint32_t* length) {
     Header header;
-    if (!header.ParseFromArray(pkt, static_cast<int>(pkt_len))) {
+    if (!parse(pkt, pkt_len, header)) {
         return 8;
     }
     header.set_packet_status(static_cast<PacketStatus>(static_cast<int>(status)));
