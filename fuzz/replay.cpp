@@ -1,21 +1,19 @@
-// The fuzz targets as a test, without libFuzzer: vyn_replay CORPUS ROUNDS [NUMBER] gives each target
-// its seeds as they are and then so many that are damaged, the same ones for the same number; once
-// more, when no memory and no descriptor may be left behind that the first time had not taken; then
-// all at once in threads. The input that breaks a promise is left in the file broken_promise.
+// The fuzz targets as a test, without libFuzzer: vyn_replay CORPUS ROUNDS. All targets run at once, in
+// two threads each, on their seeds and then on so many damaged ones, which are the same each time.
+// All of it is done twice: the second time may not leave more memory or descriptors behind than the
+// first. The input that breaks a promise is left in the file broken_promise.
 #include <malloc.h>
 
 #include <clocale>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <functional>
+#include <future>
 #include <iostream>
-#include <iterator>
-#include <map>
+#include <list>
 #include <random>
 #include <set>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -25,15 +23,8 @@
 namespace fs = std::filesystem;
 
 using Target = decltype(LLVMFuzzerTestOneInput);
-extern "C" Target fuzz_receive, fuzz_envelope, fuzz_json_helpers, fuzz_packet_file, fuzz_base64,
-    fuzz_json_to_proto;
-
-static const std::map<std::string, Target*> targets = {{"receive", fuzz_receive},
-                                                       {"envelope", fuzz_envelope},
-                                                       {"json_helpers", fuzz_json_helpers},
-                                                       {"packet_file", fuzz_packet_file},
-                                                       {"base64", fuzz_base64},
-                                                       {"json_to_proto", fuzz_json_to_proto}};
+extern "C" Target VYN_FUZZ_FUNCTIONS;
+static const std::pair<const char*, Target*> targets[] = {VYN_FUZZ_TARGETS};
 
 static thread_local std::string input;
 
@@ -42,63 +33,40 @@ static void keep_input(int number) {
     (void)std::signal(number, SIG_DFL);
 }
 
-class Replay {
-public:
-    Replay(Target& target, const fs::path& folder, uint32_t number)
-        : target_(target), random_(number) {
-        const fs::directory_iterator entries(folder);
-        for (const fs::path& path : std::set<fs::path>(begin(entries), end(entries))) {
-            std::ifstream file(path, std::ios::binary);
-            seeds_.emplace_back(std::istreambuf_iterator<char>(file),
-                                std::istreambuf_iterator<char>());
-        }
+static std::vector<std::string> seeds_in(const fs::path& folder) {
+    std::set<std::string> seeds;  // in an order that does not depend on the disk
+    for (const auto& entry : fs::directory_iterator(folder)) {
+        seeds.insert(vyn_fuzz::contents_of(entry.path()));
     }
-    void operator()(std::size_t rounds) {
-        for (const std::string& seed : seeds_) {
-            run(seed);
-        }
-        for (std::size_t round = 0; round < rounds; ++round) {
-            run(damaged(seeds_.at(round % seeds_.size()), seeds_.at(below(seeds_.size()))));
-        }
-    }
+    return {seeds.begin(), seeds.end()};
+}
 
-private:
-    std::size_t below(std::size_t limit) { return random_() % limit; }
-    std::string part_of(const std::string& text) {
-        const std::size_t from = below(text.size() + 1);
-        return text.substr(from, below(2) == 0 ? below(16) : text.size());
+// A seed of which parts are replaced by parts of other seeds, or by any bytes. Parts may be empty.
+static std::string damaged(const std::vector<std::string>& seeds, std::string seed,
+                           std::mt19937& random) {
+    const auto below = [&](std::size_t limit) { return random() % limit; };
+    const auto length = [&] { return below(2) == 0 ? below(16) : below(4) * seed.size(); };
+    for (std::size_t times = 1 + below(4); times > 0; --times) {
+        const std::string& other = below(2) == 0 ? seed : seeds[below(seeds.size())];
+        const std::string part = below(3) == 0
+                                     ? std::string(below(3), static_cast<char>(below(256)))
+                                     : other.substr(below(other.size() + 1), length());
+        seed.replace(below(seed.size() + 1), length(), part);
     }
-    // Of a seed, with parts of another one in it.
-    std::string damaged(std::string seed, const std::string& other) {
-        for (std::size_t times = 1 + below(4); times > 0; --times) {
-            const std::size_t at = below(seed.size() + 1);
-            switch (below(4)) {
-                case 0:
-                    seed.replace(at, below(4), 1, static_cast<char>(below(256)));
-                    break;
-                case 1:
-                    seed.replace(at, below(16), part_of(other));
-                    break;
-                case 2:
-                    seed.insert(at, part_of(seed));
-                    break;
-                default:
-                    seed.erase(at, below(2) == 0 ? 1 + below(8) : seed.size());
-                    break;
-            }
-        }
-        return seed;
-    }
-    void run(std::string next) {
-        input = std::move(next);
+    return seed;
+}
+
+static void replay(const std::pair<const char*, Target*>& target, const fs::path& corpus,
+                   std::size_t rounds, unsigned number) {
+    const std::vector<std::string> seeds = seeds_in(corpus / target.first);
+    std::mt19937 random(number);
+    for (std::size_t i = 0; i < seeds.size() + rounds; ++i) {
+        const std::string& seed = seeds[i % seeds.size()];
+        input = i < seeds.size() ? seed : damaged(seeds, seed, random);
         update_log_level(get_log_level());  // while other threads log
-        (void)target_(vyn_test::bytes_of(input), input.size());
+        (void)target.second(vyn_test::bytes_of(input), input.size());
     }
-
-    Target& target_;
-    std::vector<std::string> seeds_;
-    std::mt19937 random_;
-};
+}
 
 // Bytes that are allocated (none are counted under a sanitizer), and descriptors. What the C library
 // keeps for a thread counts too; GLIBC_TUNABLES=glibc.malloc.tcache_count=0 stops that.
@@ -113,37 +81,28 @@ int main(int argc, char** argv) {
     }
     (void)std::setlocale(LC_ALL, "");
     for (const int number : {SIGABRT, SIGSEGV}) {
-        auto* const of_a_sanitizer = std::signal(number, keep_input);
-        if (of_a_sanitizer != SIG_DFL) {
-            (void)std::signal(number, of_a_sanitizer);
-        }
+        (void)std::signal(number, keep_input);
     }
-    const fs::path corpus = argv[1];
     const std::size_t rounds = std::stoul(argv[2]);
-    const auto number = static_cast<uint32_t>(argc > 3 ? std::stoul(argv[3]) : 1);
-    std::cout << targets.size() << " targets, damaged seeds for each: " << rounds << std::endl;
+    std::cout << std::size(targets) << " targets, damaged seeds for each: " << rounds << std::endl;
     std::pair<std::size_t, std::ptrdiff_t> before;
-    for (const auto& [name, target] : targets) {
-        for (const bool first : {true, false}) {
-            std::thread(Replay(*target, corpus / name, number), rounds).join();
-            const auto after = held();
-            std::cout << name << ": " << after.first << " bytes, " << after.second
-                      << " descriptors\n";
-            // The C library loses the bytes of LOCPATH each time json-c asks for a locale.
-            const std::size_t slack = std::getenv("LOCPATH") == nullptr ? 4096 : 4096 * rounds;
-            vyn_fuzz::require(
-                first || (after.first <= before.first + slack && after.second == before.second),
-                "nothing is left behind");
-            before = after;
+    for (const bool first : {true, false}) {
+        std::list<std::future<void>> running;
+        for (const auto& target : targets) {
+            for (const unsigned number : {1U, 2U}) {
+                running.push_back(
+                    std::async(std::launch::async, replay, target, argv[1], rounds / 2, number));
+            }
         }
-    }
-    std::vector<std::thread> threads;
-    for (const auto& [name, target] : targets) {
-        threads.emplace_back(Replay(*target, corpus / name, number), rounds);
-        threads.emplace_back(Replay(*target, corpus / name, number), rounds);
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
+        running.clear();  // waits for them
+        const auto after = held();
+        std::cout << after.first << " bytes, " << after.second << " descriptors" << std::endl;
+        // The C library loses the bytes of LOCPATH each time json-c asks for a locale.
+        const std::size_t slack = std::getenv("LOCPATH") == nullptr ? 4096 : 16384 * rounds;
+        vyn_fuzz::require(
+            first || (after.first <= before.first + slack && after.second == before.second),
+            "nothing is left behind");
+        before = after;
     }
     return 0;
 }

@@ -11,7 +11,6 @@ namespace {
 
 // Of each thread its own.
 thread_local vyn_test::LogLines lines;
-std::string openlog_arguments;
 
 __attribute__((format(printf, 2, 0))) void catch_line(int priority, const char* format,
                                                       va_list arguments) {
@@ -40,13 +39,6 @@ __attribute__((format(printf, 3, 4))) void __syslog_chk(int priority, int /*flag
     catch_line(priority, format, arguments);
     va_end(arguments);
 }
-
-void openlog(const char* ident, int option, int facility) {
-    openlog_arguments = std::string(ident != nullptr ? ident : "(null)") + " " +
-                        std::to_string(option) + " " + std::to_string(facility);
-}
-
-void closelog() { openlog_arguments = "closed"; }
 }
 
 namespace vyn_test {
@@ -55,7 +47,5 @@ LogLines take_log() { return std::exchange(lines, {}); }
 
 std::string debug_line(const std::string& text) { return "7 " + text + "\n"; }
 std::string error_line(const std::string& text) { return "3 " + text + "\n"; }
-
-std::string last_openlog() { return openlog_arguments; }
 
 }  // namespace vyn_test

@@ -17,9 +17,6 @@ LogLines take_log();
 std::string debug_line(const std::string& text);
 std::string error_line(const std::string& text);
 
-// The arguments of the last openlog(): "ident option facility"; or "closed".
-std::string last_openlog();
-
 }  // namespace vyn_test
 
 #endif  // VYN_TESTS_SUPPORT_LOG_TRAP_H

@@ -2,6 +2,9 @@
 #ifndef VYN_TESTS_SUPPORT_PACKETS_H
 #define VYN_TESTS_SUPPORT_PACKETS_H
 
+#include <google/protobuf/text_format.h>
+#include <zstd.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -10,10 +13,24 @@
 
 namespace vyn_test {
 
-std::string compressed(const std::string& bytes);
+inline std::string compressed(const std::string& bytes) {
+    std::string out(ZSTD_compressBound(bytes.size()), '\0');
+    out.resize(ZSTD_compress(out.data(), out.size(), bytes.data(), bytes.size(), 3));
+    return out;
+}
 
 // With every field set, and the property bag too.
-Header full_header();
+inline Header full_header() {
+    Header header;
+    (void)google::protobuf::TextFormat::ParseFromString(
+        R"(message_id: "0123" correlation_id: "c" version: 4 system_id: "s" body: "\000\001/\377"
+           sub_system_id: 0x80000001 device_id: "d/\"\303\244" message_type: 32773 target_id: "t"
+           ttl: -2 time: 1700000000000 packet_status: 3
+           property_bag { error_code: 0x80000000 ack_required: 1 checksum: "abc" error: "e/\001"
+                          target: "t" file: "f" attempt: "a" })",
+        &header);
+    return header;
+}
 
 inline const uint8_t* bytes_of(const std::string& text) {
     return reinterpret_cast<const uint8_t*>(text.data());
@@ -26,26 +43,8 @@ inline std::string times(std::size_t count, char character) {
     return std::string(count, character);
 }
 
-// What a function that writes bytes and their length gave.
-struct Outcome {
-    uint32_t code;
-    uint32_t length;     // 0xAAAAAAAA when it was left alone
-    std::string buffer;  // all of the buffer, which is full of '#' before the call
-    bool operator==(const Outcome& other) const {
-        return code == other.code && length == other.length && buffer == other.buffer;
-    }
-};
-
+// A number that no call gives.
 constexpr uint32_t kUntouched = 0xAAAAAAAA;
-
-// Runs a call of (buffer, capacity, length) on a buffer with guards behind its end.
-template <typename Call>
-Outcome into_buffer(std::size_t capacity, Call call) {
-    constexpr std::size_t kGuard = 16;
-    Outcome outcome{0, kUntouched, times(capacity + kGuard, '#')};
-    outcome.code = call(bytes_of(outcome.buffer), static_cast<uint32_t>(capacity), &outcome.length);
-    return outcome;
-}
 
 }  // namespace vyn_test
 

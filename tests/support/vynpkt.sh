@@ -8,8 +8,9 @@ trap 'rm -rf "$work"' EXIT
 trap 'echo "FAILED at line $LINENO" >&2' ERR
 cd "$work"
 
-# The files in which expect looks for words.
+# The files in which expect looks for words, and what it runs the command with.
 spoken=(err)
+under=()
 
 fail() {
     echo "FAILED $*" >&2
@@ -22,7 +23,7 @@ fail() {
 expect() {
     local code=$1 words=$2 status=0
     shift 3
-    "$vynpkt" "$@" >out 2>err || status=$?
+    "${under[@]}" "$vynpkt" "$@" >out 2>err || status=$?
     [ "$status" -eq "$code" ] || fail "vynpkt $*: exit code $status, not $code"
     if [ -n "$words" ]; then
         grep -aqF -- "$words" "${spoken[@]}" || fail "vynpkt $*: does not say '$words'"
