@@ -16,11 +16,14 @@ export LC_ALL=C CMAKE_GENERATOR=Ninja
 dpkg=(dpkg --root="$scratch" --log=/dev/null)
 architecture=$(dpkg-deb -f "$packages"/libvyn-proto1_*.deb Architecture)
 if [ "$architecture" = "$(dpkg --print-architecture)" ]; then
-    cp -a "$consumer" "$scratch/tmp/consumer"
-    services=(chroot "$scratch" /tmp/consumer/services.sh)
+    mkdir "$scratch/tmp/tests"
+    cp -a "$consumer" "$scratch/tmp/tests"
+    cp -a "$consumer/../../examples" "$scratch/tmp"
+    services=(chroot "$scratch" /tmp/tests/consumer/services.sh)
     tool=(chroot "$scratch" /usr/bin/vynpkt)
 else
-    # To dpkg this root is empty; its ldconfig does not run here, and this machine's must not.
+    # dpkg gets an empty database for this root. The root's ldconfig does not run on this machine,
+    # and this machine's ldconfig must not touch the root.
     mkdir -p "$scratch"/var/lib/dpkg/{info,updates}
     : >"$scratch/var/lib/dpkg/status"
     dpkg+=(--force-architecture --force-depends --no-triggers --force-script-chrootless)

@@ -39,9 +39,9 @@
 enum {
     PACKET_SIZE = 32768,                        /* A packet that zstd could not make shorter. */
     JSON_SIZE = 6 * VYN_PACKET_CAPACITY + 1024, /* All of it control characters, and the keys. */
-    ANSWER_SIZE = 1024,                         /* The texts of a record and our short body. */
+    ANSWER_SIZE = 1024,                         /* The texts of a header and our short body. */
     STORE_MAX_ANSWERS = 64,                     /* More than that would wait too long anyway. */
-    STORE_SIZE = STORE_MAX_ANSWERS * (ANSWER_SIZE + 2) /* Each record has its length in front. */
+    STORE_SIZE = STORE_MAX_ANSWERS * (ANSWER_SIZE + 2) /* Each entry has its length in front. */
 };
 
 struct service {
@@ -79,8 +79,8 @@ static void set_store_aside(struct service* service) {
     }
 }
 
-/* The bytes of a record in a packet file: a varint of the packet's length, and the packet. */
-static size_t record_size(uint32_t length) {
+/* The bytes of an entry in a packet file: a varint of the packet's length, and the packet. */
+static size_t entry_size(uint32_t length) {
     size_t size = (size_t)length + 1;
     for (uint32_t rest = length >> 7; rest != 0; rest >>= 7) {
         size++;
@@ -94,22 +94,22 @@ static int send_to_peer(const struct service* service, const uint8_t* bytes, uin
                   sizeof service->peer) >= 0;
 }
 
-/* Sends records from the first one on that the peer does not have. */
-static void send_records(struct service* service, uint8_t** records, size_t file_size) {
+/* Sends the entries of the store that the peer does not have yet. */
+static void send_entries(struct service* service, uint8_t** entries, size_t file_size) {
     uint32_t lengths[STORE_MAX_ANSWERS + 1];
     uint32_t count = 0;
     size_t read_size = 0;
-    uint32_t result = read_proto_msg_from_file(records, &count, lengths, service->store);
+    uint32_t result = read_proto_msg_from_file(entries, &count, lengths, service->store);
     if (result != VYN_OK) {
         LOG(LOG_LEVEL_ERROR, "%s not read: code %u", service->store, (unsigned)result);
         set_store_aside(service);
         return;
     }
     for (uint32_t i = 0; i < count; i++) {
-        read_size += record_size(lengths[i]);
+        read_size += entry_size(lengths[i]);
     }
     while (service->sent < count &&
-           send_to_peer(service, records[service->sent], lengths[service->sent])) {
+           send_to_peer(service, entries[service->sent], lengths[service->sent])) {
         service->sent++;
     }
     service->stored = count;
@@ -117,7 +117,7 @@ static void send_records(struct service* service, uint8_t** records, size_t file
         return;
     }
     LOG(LOG_LEVEL_INFO, "%u stored answers sent", (unsigned)count);
-    /* Reading stops in front of damage, and after as many records as there are buffers. */
+    /* Reading stops in front of damage, and after as many entries as there are buffers. */
     if (read_size != file_size) {
         set_store_aside(service);
     } else if (unlink(service->store) != 0) {
@@ -128,7 +128,7 @@ static void send_records(struct service* service, uint8_t** records, size_t file
 
 /* Sends what waits in the store, as far as the peer takes it. */
 static void replay(struct service* service) {
-    uint8_t* records[STORE_MAX_ANSWERS + 1] = {NULL}; /* The last one stays null: the end. */
+    uint8_t* entries[STORE_MAX_ANSWERS + 1] = {NULL}; /* The last one stays null: the end. */
     struct stat file;
     if (stat(service->store, &file) != 0 || !S_ISREG(file.st_mode) || file.st_size == 0) {
         service->stored = service->sent = 0;
@@ -138,7 +138,7 @@ static void replay(struct service* service) {
         set_store_aside(service);
         return;
     }
-    /* No record is larger than its file, give or take 5 bytes: the sizes that reading asks for. */
+    /* No entry is larger than its file and 5 bytes, which is what reading asks for. */
     size_t room = (size_t)file.st_size + 5;
     uint8_t* memory = malloc(STORE_MAX_ANSWERS * room);
     if (memory == NULL) {
@@ -147,9 +147,9 @@ static void replay(struct service* service) {
         return;
     }
     for (size_t i = 0; i < STORE_MAX_ANSWERS; i++) {
-        records[i] = memory + i * room;
+        entries[i] = memory + i * room;
     }
-    send_records(service, records, (size_t)file.st_size);
+    send_entries(service, entries, (size_t)file.st_size);
     free(memory);
 }
 
@@ -162,7 +162,7 @@ static void replay_each_second(struct service* service) {
     }
 }
 
-/* A stored record survives the process as it is, and after this a power cut. */
+/* What is stored survives the end of the process anyway, and after this also a power cut. */
 static void sync_store(const struct service* service) {
     int fd = open(service->store, O_RDONLY | O_CLOEXEC);
     if (fd < 0 || fsync(fd) != 0 || fsync_parent_dir(service->store) != 0) {
