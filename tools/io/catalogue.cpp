@@ -40,11 +40,6 @@ bool ends_in(const std::string& name, const std::string& word) {
            name.compare(name.size() - word.size(), word.size(), word) == 0;
 }
 
-std::unique_ptr<Message> new_message(const Descriptor& type) {
-    return std::unique_ptr<Message>(
-        MessageFactory::generated_factory()->GetPrototype(&type)->New());
-}
-
 // JsonToProto() skips keys that the type does not have, and does not tell.
 bool knows_all_of(const Descriptor& type, const std::string& json) {
     return JsonStringToMessage(json, new_message(type).get(), JsonParseOptions()).ok();
@@ -134,6 +129,11 @@ const Descriptor& find_message(const std::string& name) {
         refuse_ambiguous(name, names, found);
     }
     return *messages[found.front()];
+}
+
+std::unique_ptr<Message> new_message(const Descriptor& type) {
+    return std::unique_ptr<Message>(
+        MessageFactory::generated_factory()->GetPrototype(&type)->New());
 }
 
 Converted encode(const Descriptor& type, const std::string& json, const Place& place) {

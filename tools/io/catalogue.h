@@ -3,7 +3,9 @@
 #define VYN_TOOLS_IO_CATALOGUE_H
 
 #include <google/protobuf/descriptor.h>
+#include <google/protobuf/message.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -35,6 +37,8 @@ using google::protobuf::FileDescriptor;
 // Finds a message by its full name or the last parts of it. Throws a usage error when there is
 // none.
 [[nodiscard]] const Descriptor& find_message(const std::string& name);
+
+[[nodiscard]] std::unique_ptr<google::protobuf::Message> new_message(const Descriptor& type);
 
 struct Converted {
     std::string data;
