@@ -162,6 +162,18 @@ PacketReader::Outcome PacketReader::take_empty_run() {
     return Outcome::kEntry;
 }
 
+std::string_view PacketReader::entry() const {
+    constexpr std::string_view kEmpty("\0", 1);  // one of a run, which is not kept
+    return taken_ == 0 ? kEmpty : held().substr(0, taken_);
+}
+
+bool PacketReader::next_is_held() const {
+    const std::string_view next = held().substr(taken_);
+    const LengthPrefix prefix = read_length(next, max_length_);
+    return empty_ > 0 ||
+           (prefix.length > 0 && prefix.size > 0 && prefix.length <= next.size() - prefix.size);
+}
+
 void PacketReader::reject() {
     begin_ -= taken_;
     position_ -= taken_;

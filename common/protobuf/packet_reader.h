@@ -54,6 +54,10 @@ public:
     // The packet of the entry that next() found. Valid until next() or hold().
     [[nodiscard]] const uint8_t* data() const { return buffer_.get() + begin_ - length_; }
     [[nodiscard]] uint32_t length() const { return length_; }
+    // The entry itself, which is the packet behind its length. Valid as long as data().
+    [[nodiscard]] std::string_view entry() const;
+    // Whether next() finds an entry without reading, and so without waiting for it.
+    [[nodiscard]] bool next_is_held() const;
 
     // Where the entry begins that next() found, or the damage.
     [[nodiscard]] uint64_t offset() const { return offset_; }
@@ -63,6 +67,10 @@ public:
     // Why next() gave kDamaged, and the errno with which it gave kFailed.
     [[nodiscard]] Damage damage() const { return damage_; }
     [[nodiscard]] int error() const { return error_; }
+
+    // Goes on behind the entries so far, after kEnd or a cut entry: the file may have grown. What was
+    // read of the cut entry is kept.
+    void resume() { unread_ = kUntilEnd - (end_ - begin_); }
 
     // The caller found that the entry holds no packet: the damage begins at offset().
     void reject();
