@@ -112,18 +112,27 @@ private:
 Output::Output(const std::string& path)
     : name_(is_standard_output(path) ? "(stdout)" : path),
       in_place_(open_in_place(path)),
-      fd_(is_standard_output(path) ? STDOUT_FILENO : in_place_.get()) {
+      fd_(is_standard_output(path) ? STDOUT_FILENO : in_place_.get()),
+      is_terminal_(false) {
     if (fd_ < 0) {
         temporary_ = std::make_unique<Temporary>(path);
         fd_ = temporary_->fd();
     }
+    is_terminal_ = ::isatty(fd_) != 0;
 }
 
-Output::~Output() = default;
+// A run that fails has printed what it made before.
+Output::~Output() {
+    try {
+        if (temporary_ == nullptr) {
+            flush();
+        }
+    } catch (const Failure&) {
+        gathered_.clear();  // the failure that ends the run is told instead
+    }
+}
 
 void Output::fail(int error) const { file_failure(name_, error); }
-
-bool Output::is_terminal() const { return ::isatty(fd_) != 0; }
 
 void Output::refuse_terminal() const {
     if (is_terminal()) {
@@ -132,7 +141,7 @@ void Output::refuse_terminal() const {
     }
 }
 
-void Output::write(std::string_view bytes) {
+void Output::write_now(std::string_view bytes) const {
     while (!bytes.empty()) {
         const ssize_t written = ::write(fd_, bytes.data(), bytes.size());
         if (written >= 0) {
@@ -143,7 +152,25 @@ void Output::write(std::string_view bytes) {
     }
 }
 
+void Output::write(std::string_view bytes) {
+    flush();
+    write_now(bytes);
+}
+
+void Output::append(std::string_view bytes) {
+    gathered_ += bytes;
+    if (is_terminal_ || gathered_.size() >= kPieceSize) {
+        flush();
+    }
+}
+
+void Output::flush() {
+    write_now(gathered_);
+    gathered_.clear();
+}
+
 void Output::commit() {
+    flush();
     const int error = temporary_ != nullptr ? temporary_->replace_target() : in_place_.close();
     if (error != 0) {
         fail(error);

@@ -24,19 +24,26 @@ public:
     Output(Output&&) = delete;
     Output& operator=(Output&&) = delete;
 
-    [[nodiscard]] bool is_terminal() const;
+    [[nodiscard]] bool is_terminal() const { return is_terminal_; }
     // To be called before binary data is written, which garbles a terminal.
     void refuse_terminal() const;
     void write(std::string_view bytes);
+    // Gathers the bytes, and writes them once there are many, on a terminal at once. For commands
+    // that write little at a time: they flush() before they wait for input or report something.
+    void append(std::string_view bytes);
+    void flush();
     void commit();
 
 private:
     [[noreturn]] void fail(int error) const;
+    void write_now(std::string_view bytes) const;
 
     std::string name_;
     std::unique_ptr<Temporary> temporary_;
     vyn::UniqueFd in_place_;
     int fd_;
+    bool is_terminal_;
+    std::string gathered_;
 };
 
 // Whether two paths name the same file, which need not exist.
