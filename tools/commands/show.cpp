@@ -3,13 +3,14 @@
 #include <optional>
 
 #include "cli/command.h"
+#include "cli/packet_options.h"
 #include "cli/progress.h"
 #include "io/output.h"
 #include "io/packet.h"
 #include "io/packet_file.h"
+#include "io/packet_json.h"
 #include "json_helper.h"
 #include "proto_helper.h"
-#include "protobuf/header_json.h"
 
 namespace vynpkt {
 namespace {
@@ -21,38 +22,34 @@ A packet that does not become JSON, such as one of more than 24576 bytes, is an
 object with "offset", "length" and "error" instead, and the run ends with exit
 code 4. --only never selects such an object.
 
+With --types, a line tells "type" (without the encoding), "encoding", "name" and
+"message", the body as JSON, instead of a binary body whose type the file names.
+A body that is not that message stays, with "message_error", and the run ends
+with exit code 4. No packet is too long then. "vynpkt types" tells more of FILE.
+
+--header prints Header itself, with all that an envelope leaves out, in the form
+of "decode". "pack -l" with the same option makes the same packets again.
+
 --skip and -n count the packets that --only selects. With --offset, each object
 also tells where its record begins and the length of its packet.
+
+-f goes on when the file ends: it prints what is appended, also once the file is
+replaced by another of its name, until it is interrupted.
 
 Records in front of damage are shown. Then the offset of the damage is reported
 and the run ends with exit code 1; a file named with -o stays as it was.
 
 Examples:
   vynpkt show packets.dat
+  vynpkt show --types types.txt packets.dat | jq .message
   vynpkt show --only message_type=5 -n 10 packets.dat | jq .body
+  vynpkt show --only message_type=5 --records packets.dat -o some.dat
   vynpkt show --offset packets.dat | jq -c '[.offset, .message_id]'
+  vynpkt show --header packets.dat | vynpkt pack -l --header -o same.dat
   vynpkt show --count packets.dat)";
-
-const char* words_for(uint32_t code) {
-    switch (code) {
-        case VYN_DOES_NOT_FIT:
-            return "a text is too long for the envelope and left empty there";
-        case VYN_BAD_BODY:
-            return "a binary body is too long for the envelope and left empty there";
-        case VYN_NOT_DECOMPRESSED:
-            return "more bytes than become JSON";
-        default:
-            return "the envelope could not be made";
-    }
-}
 
 std::string_view up_to_nul(const std::string& buffer) {
     return std::string_view(buffer).substr(0, buffer.find('\0'));
-}
-
-std::string position_keys(const PacketFile& file) {
-    return "\"offset\": " + std::to_string(file.offset()) +
-           ", \"length\": " + std::to_string(file.length());
 }
 
 struct Filter {
@@ -72,47 +69,29 @@ public:
                "--only", [this](const std::string& text) { set_filter(text); },
                "Show packets whose envelope has this text or number")
             ->type_name("KEY=VALUE");
+        options_.add_to(app, true);
         app.add_flag("--offset", offset_, "Add the keys \"offset\" and \"length\"");
+        app.add_flag("--records", records_, "Copy the records themselves, as a packet file");
         app.add_flag("--count", count_, "Print only the number of packets");
+        app.add_flag("-f,--follow", follow_, "Go on with what is appended to the file");
     }
 
     ExitCode run() override {
+        if (follow_ && count_) {
+            throw Failure(ExitCode::kUsage, "--follow", "never ends, so there is nothing to count");
+        }
+        const MessageTypes types = options_.read_types();
         Output out(output());
+        if (records_) {
+            out.refuse_terminal();
+        }
         PacketFile file(input_);
-        uint64_t seen = 0;
-        uint64_t shown = 0;
-        Progress progress(name(), file.size());
-        progress.only_if(
-            !out.is_terminal());  // packets that scroll by show the progress themselves
-        auto outcome = PacketFile::Outcome::kEntry;
-        while (!(most_ && shown >= *most_) &&
-               (outcome = file.next()) == PacketFile::Outcome::kEntry) {
-            progress.at(file.position());
-            // A packet that is only counted is not converted to JSON.
-            const bool wanted = !count_ && seen >= skip_;
-            std::string line;
-            if (filter_ || wanted) {
-                line = convert(file);
-            }
-            if (filter_ && !matches(line)) {
-                continue;
-            }
-            if (++seen <= skip_) {
-                continue;
-            }
-            ++shown;
-            if (!count_) {
-                out.write(line + "\n");
-            }
+        if (follow_ && !file.is_regular()) {
+            throw Failure(ExitCode::kUsage, file.name(), "-f follows a regular file only");
         }
-        if (count_) {
-            out.write(std::to_string(shown) + "\n");
-        }
-        if (outcome == PacketFile::Outcome::kDamaged) {
-            throw Failure(
-                ExitCode::kRefused, file.name(),
-                "damaged at offset " + std::to_string(file.offset()) + ": " + file.reason());
-        }
+        style_ = options_.style();
+        style_.position = offset_;
+        show(file, types, out);
         out.commit();
         return code_;
     }
@@ -126,47 +105,105 @@ private:
         filter_ = Filter{text.substr(0, equals), text.substr(equals + 1)};
     }
 
-    [[nodiscard]] bool matches(const std::string& line) {
+    void show(PacketFile& file, const MessageTypes& types, Output& out) {
+        PacketContents packet(types);
+        Progress progress(name(), file.size());
+        progress.only_if(
+            !out.is_terminal());  // packets that scroll by show the progress themselves
+        auto outcome = PacketFile::Outcome::kEntry;
+        while (!(most_ && shown_ >= *most_) &&
+               (outcome = next(file, out)) == PacketFile::Outcome::kEntry) {
+            progress.at(file.position());
+            packet.look_at(file.header(), file.offset(), file.length());
+            show(packet, file, out);
+        }
+        if (count_) {
+            out.write(std::to_string(shown_) + "\n");
+        }
+        if (outcome == PacketFile::Outcome::kDamaged) {
+            throw Failure(
+                ExitCode::kRefused, file.name(),
+                "damaged at offset " + std::to_string(file.offset()) + ": " + file.reason());
+        }
+    }
+
+    [[nodiscard]] PacketFile::Outcome next(PacketFile& file, Output& out) const {
+        if (!file.next_is_held()) {
+            out.flush();  // before a wait, perhaps
+        }
+        PacketFile::Outcome outcome = file.next();
+        while (follow_ && outcome != PacketFile::Outcome::kEntry && file.may_grow()) {
+            if (file.wait_for_more()) {
+                tell({ExitCode::kDone, {file.name()}, "replaced; going on with the new file"});
+            }
+            outcome = file.next();
+        }
+        return outcome;
+    }
+
+    void show(PacketContents& packet, const PacketFile& file, Output& out) {
+        // A packet that is only counted or copied is not converted to JSON.
+        const bool wanted = !count_ && !records_ && seen_ >= skip_;
+        if (filter_ || wanted) {
+            write_json(packet, style_, line_);
+            tell_losses(packet, file, out);
+        }
+        if (filter_ && !matches()) {
+            return;
+        }
+        if (++seen_ <= skip_) {
+            return;
+        }
+        ++shown_;
+        if (records_) {
+            out.append(file.entry());
+        } else if (!count_) {
+            print(packet, out);
+        }
+    }
+
+    [[nodiscard]] bool matches() {
         value_.resize(kEnvelopeRoom);
-        return get_key_json(line.c_str(), filter_->key.c_str(), value_.data(),
+        return get_key_json(line_.json.c_str(), filter_->key.c_str(), value_.data(),
                             static_cast<uint32_t>(value_.size())) != 0 &&
                filter_->value == up_to_nul(value_);
     }
 
-    [[nodiscard]] std::string convert(const PacketFile& file) {
-        uint32_t code = VYN_NOT_DECOMPRESSED;
-        if (file.length() <= VYN_PACKET_CAPACITY) {
-            envelope_.resize(kEnvelopeRoom);
-            code = vyn::header_to_json(file.header(), envelope_.data(),
-                                       static_cast<uint32_t>(envelope_.size()));
-        }
-        const bool soft = code == VYN_DOES_NOT_FIT || code == VYN_BAD_BODY;
-        if (code != VYN_OK) {
+    void tell_losses(const PacketContents& packet, const PacketFile& file, Output& out) {
+        for (const PacketLine::Loss& loss : line_.losses) {
+            out.flush();
             code_ = ExitCode::kLoss;
             tell({ExitCode::kLoss,
-                  {file.name(), "record at offset " + std::to_string(file.offset())},
-                  words_for(code),
-                  code});
+                  {file.name(), "record at offset " + std::to_string(packet.offset())},
+                  loss.reason,
+                  loss.code});
         }
-        if (code != VYN_OK && !soft) {
-            return "{ " + position_keys(file) + ", \"error\": \"" +
-                   with_code(words_for(code), code) + "\" }";
+    }
+
+    void print(const PacketContents& packet, Output& out) {
+        if (line_.json.empty()) {
+            const PacketLine::Loss& loss = line_.losses.back();
+            line_.json = "{ " + position_keys(packet) + ", \"error\": \"" +
+                         with_code(loss.reason, loss.code) + "\" }";
         }
-        std::string line(up_to_nul(envelope_));
-        if (offset_) {
-            line.insert(line.find('{') + 1, " " + position_keys(file) + ",");
-        }
-        return line;
+        line_.json += '\n';
+        out.append(line_.json);
     }
 
     std::string input_ = "-";
     std::optional<uint64_t> most_;
     uint64_t skip_ = 0;
     std::optional<Filter> filter_;
+    PacketOptions options_;
     bool offset_ = false;
+    bool records_ = false;
     bool count_ = false;
-    std::string envelope_;
+    bool follow_ = false;
+    JsonStyle style_;
+    PacketLine line_;
     std::string value_;
+    uint64_t seen_ = 0;
+    uint64_t shown_ = 0;
     ExitCode code_ = ExitCode::kDone;
 };
 

@@ -40,6 +40,11 @@ uint64_t Input::size() const {
                : 0;
 }
 
+bool Input::is_regular() const {
+    struct stat status {};
+    return ::fstat(fd_, &status) == 0 && S_ISREG(status.st_mode);
+}
+
 std::size_t Input::read_some(char* data, std::size_t size) {
     ssize_t got = 0;
     const int error = vyn::uninterrupted([&] {

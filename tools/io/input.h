@@ -31,6 +31,7 @@ public:
     [[nodiscard]] int fd() const { return fd_; }
     // The size of a regular file, 0 for any other input.
     [[nodiscard]] uint64_t size() const;
+    [[nodiscard]] bool is_regular() const;
     // Reads what is available, at most size bytes. 0 means the end.
     [[nodiscard]] std::size_t read_some(char* data, std::size_t size);
     // Fills the buffer. Returns how many bytes were read: fewer than its size only at the end.
