@@ -1,5 +1,6 @@
 #include "utils/json_text.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstring>
@@ -51,9 +52,98 @@ std::size_t length_of_escapes(std::string_view text) {
     return length;
 }
 
-// ---- Eight characters at once -------------------------------------------------------------------
+// ---- Many characters at once --------------------------------------------------------------------
 
-using Block = uint64_t;
+#if __BYTE_ORDER__ != __ORDER_LITTLE_ENDIAN__
+#error "the first character is expected in the lowest byte"
+#endif
+
+using Word = uint64_t;
+
+// How many characters come before the first byte of which a bit is set.
+std::size_t characters_before(Word found) {
+    return static_cast<std::size_t>(__builtin_ctzll(found)) / 8;
+}
+
+#if defined(__SSE2__) || defined(__ARM_NEON)
+
+// In the processor's vector registers. A comparison gives a byte of ones for each character for which
+// it holds.
+using Block = uint8_t __attribute__((vector_size(16)));
+using Found = Block;
+
+Block load(const char* text) {
+    Block block;
+    std::memcpy(&block, text, sizeof block);
+    return block;
+}
+
+// The characters that need an escape.
+Found escapes_in(Block block) {
+    return (block == '"') | (block == '\\') | (block == '/') | (block < ' ');
+}
+
+// Those of them whose escape is a code.
+Found codes_in(Block block) {
+    return (block < ' ') & (block != '\b') & (block != '\t') & (block != '\n') & (block != '\f') &
+           (block != '\r');
+}
+
+using Words = Word __attribute__((vector_size(16)));
+
+bool any(Found found) {
+    const auto words = reinterpret_cast<Words>(found);
+    return (words[0] | words[1]) != 0;
+}
+
+std::size_t characters_before(Found found) {
+    const auto words = reinterpret_cast<Words>(found);
+    return words[0] != 0 ? characters_before(words[0]) : sizeof(Word) + characters_before(words[1]);
+}
+
+std::size_t sum_of_bytes(Word bytes) {
+    constexpr Word kEvenBytes = 0x00FF00FF00FF00FFU;
+    constexpr Word kSums = 0x0001000100010001U;  // adds up the four pairs in the highest one
+    return static_cast<std::size_t>(((bytes & kEvenBytes) + (bytes >> 8 & kEvenBytes)) * kSums >>
+                                    48);
+}
+
+// Counts in how many characters of some blocks find() holds. A byte counts to 255, so there are no
+// more blocks than that.
+template <typename Find>
+std::size_t count_in(const char* text, std::size_t blocks, Find find) {
+    Block counts{};
+    for (std::size_t i = 0; i < blocks; ++i) {
+        counts -= find(load(text + i * sizeof(Block)));
+    }
+    const auto words = reinterpret_cast<Words>(counts);
+    return sum_of_bytes(words[0]) + sum_of_bytes(words[1]);
+}
+
+// How many characters the escapes add to whole blocks. Codes are rare, so they are counted apart.
+std::size_t length_of_escapes_in_blocks(const char* text, std::size_t blocks) {
+    constexpr std::size_t kMaxCount = 255;
+    std::size_t length = 0;
+    while (blocks > 0) {
+        const std::size_t count = std::min(blocks, kMaxCount);
+        Found control{};
+        length += count_in(text, count, [&control](Block block) {
+            control |= block < ' ';
+            return escapes_in(block);
+        });
+        if (any(control)) {
+            length += (kMaxEscape - 2) * count_in(text, count, codes_in);
+        }
+        text += count * sizeof(Block);
+        blocks -= count;
+    }
+    return length;
+}
+
+#else
+
+using Block = Word;
+using Found = Word;
 
 Block load(const char* text) {
     Block block = 0;
@@ -68,31 +158,31 @@ constexpr Block repeated(unsigned char byte) { return 0x0101010101010101U * byte
 constexpr Block first_zero(Block block) { return (block - repeated(1)) & ~block & repeated(0x80); }
 
 // The same for the first character that needs an escape.
-constexpr Block first_escape(Block block) {
+constexpr Found escapes_in(Block block) {
     return first_zero(block ^ repeated('"')) | first_zero(block ^ repeated('\\')) |
            first_zero(block ^ repeated('/')) | first_zero(block & repeated(0xE0));
 }
 
-// How many characters come before the one that was found.
-std::size_t characters_before(Block found) {
-#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-    return static_cast<std::size_t>(__builtin_ctzll(found)) / 8;
-#else
-#error "the first character is expected in the lowest byte"
-#endif
+bool any(Found found) { return found != 0; }
+
+std::size_t length_of_escapes_in_blocks(const char* text, std::size_t blocks) {
+    std::size_t length = 0;
+    for (; blocks > 0; --blocks, text += sizeof(Block)) {
+        if (any(escapes_in(load(text)))) {
+            length += length_of_escapes({text, sizeof(Block)});
+        }
+    }
+    return length;
 }
+
+#endif
 
 }  // namespace
 
 std::size_t escaped_length(std::string_view text) {
-    std::size_t length = text.size();
-    while (text.size() >= sizeof(Block)) {
-        if (first_escape(load(text.data())) != 0) {
-            length += length_of_escapes(text.substr(0, sizeof(Block)));
-        }
-        text.remove_prefix(sizeof(Block));
-    }
-    return length + length_of_escapes(text);
+    const std::size_t blocks = text.size() / sizeof(Block);
+    return text.size() + length_of_escapes_in_blocks(text.data(), blocks) +
+           length_of_escapes(text.substr(blocks * sizeof(Block)));
 }
 
 char* write_escaped(char* out, std::string_view text) {
@@ -102,11 +192,11 @@ char* write_escaped(char* out, std::string_view text) {
         // The room reaches over the whole block: no character takes less than itself.
         const Block block = load(at);
         std::memcpy(out, &block, sizeof block);
-        const Block found = first_escape(block);
-        const std::size_t plain = found == 0 ? sizeof block : characters_before(found);
+        const Found found = escapes_in(block);
+        const std::size_t plain = any(found) ? characters_before(found) : sizeof block;
         at += plain;
         out += plain;
-        if (found != 0) {
+        if (any(found)) {
             out = write_escape(out, *at++);
         }
     }
