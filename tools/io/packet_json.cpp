@@ -33,14 +33,14 @@ void write_envelope(const PacketContents& packet, PacketLine& line) {
         line.json.clear();
         return lose(line, VYN_NOT_DECOMPRESSED);
     }
-    line.json.resize(kEnvelopeRoom);
-    const uint32_t code = vyn::header_to_json(packet.header(), line.json.data(),
-                                              static_cast<uint32_t>(line.json.size()));
+    line.room.resize(kEnvelopeRoom);
+    const uint32_t code = vyn::header_to_json(packet.header(), line.room.data(),
+                                              static_cast<uint32_t>(line.room.size()));
+    const bool soft = code == VYN_DOES_NOT_FIT || code == VYN_BAD_BODY;
+    line.json = code == VYN_OK || soft ? line.room.data() : "";
     if (code != VYN_OK) {
         lose(line, code);
     }
-    const bool soft = code == VYN_DOES_NOT_FIT || code == VYN_BAD_BODY;
-    line.json.resize(code == VYN_OK || soft ? line.json.find('\0') : 0);
 }
 
 // ---- With types ----------------------------------------------------------------------------------
