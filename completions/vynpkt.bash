@@ -36,7 +36,10 @@ _vynpkt() {
     case $command in
         pack) options+=" --body -t --type --new-id --now --status -z --compress -l --lines" ;;
         unpack) options+=" --body -t --type" ;;
-        show) options+=" -n --skip --only --offset --count" ;;
+        show)
+            options+=" -n --skip --only --types --header --keep-body --enum-names --offset
+                --records --count -f --follow"
+            ;;
         list) options+=" --files" ;;
         encode | decode) options+=" -t --type" ;;
     esac
@@ -48,7 +51,7 @@ _vynpkt() {
             compopt -o nospace 2>/dev/null
             _vynpkt_words "$keys" "$word" && return
             ;;
-        -o | --output | --body) _vynpkt_files "$word" && return ;;
+        -o | --output | --body | --types) _vynpkt_files "$word" && return ;;
     esac
     case $word in
         -*) _vynpkt_words "$options" "$word" && return ;;
