@@ -85,3 +85,14 @@ foreach(schema IN LISTS VYN_FREQUENT_SCHEMAS)
         COMPILE_OPTIONS $<$<CONFIG:Release,RelWithDebInfo>:-O2>)
 endforeach()
 add_custom_target(vyn_generated DEPENDS ${vyn_generated_sources})
+
+# All schemas in one file, with what they import and their comments: protoc, Python and others read
+# packets with it and need no schema file; "vynpkt describe" has it inside.
+set(VYN_DESCRIPTOR_SET ${PROJECT_BINARY_DIR}/vyn_proto.desc)
+add_custom_command(OUTPUT ${VYN_DESCRIPTOR_SET}
+    COMMAND protobuf::protoc --include_imports --include_source_info -I ${VYN_PROTO_DIR}
+        --descriptor_set_out=${VYN_DESCRIPTOR_SET} ${vyn_schema_files}
+    DEPENDS ${vyn_schema_files} protobuf::protoc
+    COMMENT "protoc vyn_proto.desc"
+    VERBATIM)
+add_custom_target(vyn_descriptor_set ALL DEPENDS ${VYN_DESCRIPTOR_SET})

@@ -31,16 +31,6 @@ install(DIRECTORY
     DESTINATION ${vyn_install_include} COMPONENT dev FILES_MATCHING PATTERN *.h)
 install(FILES ${vyn_schema_files} DESTINATION ${vyn_install_share}/protos COMPONENT dev)
 
-# All schemas in one file, with what they import and their comments: protoc, Python and others read
-# packets with it and need no schema file.
-set(VYN_DESCRIPTOR_SET ${PROJECT_BINARY_DIR}/vyn_proto.desc)
-add_custom_command(OUTPUT ${VYN_DESCRIPTOR_SET}
-    COMMAND protobuf::protoc --include_imports --include_source_info -I ${VYN_PROTO_DIR}
-        --descriptor_set_out=${VYN_DESCRIPTOR_SET} ${vyn_schema_files}
-    DEPENDS ${vyn_schema_files} protobuf::protoc
-    COMMENT "protoc vyn_proto.desc"
-    VERBATIM)
-add_custom_target(vyn_descriptor_set ALL DEPENDS ${VYN_DESCRIPTOR_SET})
 install(FILES ${VYN_DESCRIPTOR_SET} DESTINATION ${vyn_install_share} COMPONENT dev)
 
 # Paths in the pkg-config file count from its own place, so the installed tree can be moved.

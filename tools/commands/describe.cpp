@@ -2,28 +2,32 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 #include <variant>
+#include <vector>
 
 #include "cli/command.h"
 #include "io/catalogue.h"
+#include "io/example.h"
 #include "io/output.h"
+#include "io/schema_text.h"
 
 namespace vynpkt {
 namespace {
 
-using google::protobuf::EnumDescriptor;
-using google::protobuf::FieldDescriptor;
-
 constexpr char kNotes[] =
     R"(NAME is the full name of a message, an enum or a field, or the last parts of it
-when no other ends in them. Prints it as it stands in the schema, below the name
-of its file.
+when no other ends in them. Prints it as it stands in the schema, with the
+comments there, below the name of its file.
+
+-r goes on with the messages and enums that it uses, each once. --example prints
+a JSON document that "vynpkt encode -t NAME" takes, in which each field is set
+once, of a oneof the first one.
 
 Examples:
   vynpkt describe Telemetry
+  vynpkt describe -r TripData
+  vynpkt describe --example Telemetry | vynpkt encode -t Telemetry -o body.bin
   vynpkt describe PacketStatus
   vynpkt describe EventMessage.Step.ecu_name)";
-
-using Definition = std::variant<const Descriptor*, const EnumDescriptor*, const FieldDescriptor*>;
 
 struct Index {
     std::vector<Definition> definitions;
@@ -31,8 +35,7 @@ struct Index {
 
     void add(const Definition& definition) {
         definitions.push_back(definition);
-        names.push_back(
-            std::visit([](auto* what) { return std::string(what->full_name()); }, definition));
+        names.push_back(name_of(definition));
     }
     void add_enums_of(const FileDescriptor& file) {
         for (int i = 0; i < file.enum_type_count(); ++i) {
@@ -73,12 +76,13 @@ Index fields() {
     return index;
 }
 
-std::string description(const Definition& definition) {
-    return std::visit(
-        [](auto* what) {
-            return "// " + std::string(what->file()->name()) + "\n" + what->DebugString();
-        },
-        definition);
+std::string description(const std::vector<Definition>& definitions) {
+    const SchemaText schema;
+    std::string text;
+    for (const Definition& definition : definitions) {
+        text += (text.empty() ? "" : "\n") + schema.of(definition);
+    }
+    return text;
 }
 
 class Describe : public Command {
@@ -90,10 +94,20 @@ public:
             .add_option("NAME", name_, "The message, enum or field")
             ->type_name("")
             ->required();
+        arguments().add_flag("-r,--recursive", recursive_,
+                             "Also print the messages and enums that it uses");
+        arguments().add_flag("--example", example_, "Print a JSON document of the message instead");
     }
 
     ExitCode run() override {
-        const std::string text = description(find());
+        if (example_ && recursive_) {
+            throw Failure(ExitCode::kUsage, "--example",
+                          "shows the messages inside anyway; leave out --recursive");
+        }
+        const Definition found = find();
+        const std::string text =
+            example_ ? example(found)
+                     : description(recursive_ ? with_all_used(found) : std::vector{found});
         Output out(output());
         out.write(text);
         out.commit();
@@ -101,6 +115,15 @@ public:
     }
 
 private:
+    [[nodiscard]] std::string example(const Definition& definition) const {
+        const auto* message = std::get_if<const Descriptor*>(&definition);
+        if (message == nullptr) {
+            throw Failure(ExitCode::kUsage, name_,
+                          "no message; only messages have an example document");
+        }
+        return example_of(**message);
+    }
+
     // Where a type and a field have the same name, the type is meant.
     [[nodiscard]] Definition find() const {
         const Index types = messages_and_enums();
@@ -127,6 +150,8 @@ private:
     }
 
     std::string name_;
+    bool recursive_ = false;
+    bool example_ = false;
 };
 
 }  // namespace
