@@ -83,11 +83,9 @@ public:
 
     [[nodiscard]] int fd() const { return file_.get(); }
 
-    // 0 or an errno.
+    // Both give 0 or an errno.
+    [[nodiscard]] int close() { return file_.close(); }
     [[nodiscard]] int replace_target() {
-        if (const int error = file_.close()) {
-            return error;
-        }
         if (::rename(path_.c_str(), target_.c_str()) != 0) {
             return errno;
         }
@@ -169,9 +167,17 @@ void Output::flush() {
     gathered_.clear();
 }
 
-void Output::commit() {
+void Output::finish() {
     flush();
-    const int error = temporary_ != nullptr ? temporary_->replace_target() : in_place_.close();
+    const int error = temporary_ != nullptr ? temporary_->close() : in_place_.close();
+    if (error != 0) {
+        fail(error);
+    }
+}
+
+void Output::commit() {
+    finish();
+    const int error = temporary_ != nullptr ? temporary_->replace_target() : 0;
     if (error != 0) {
         fail(error);
     }

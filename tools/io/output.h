@@ -32,6 +32,8 @@ public:
     // that write little at a time: they flush() before they wait for input or report something.
     void append(std::string_view bytes);
     void flush();
+    // Closes what was written, so that nothing but the replacement can fail in commit().
+    void finish();
     void commit();
 
 private:
