@@ -1,5 +1,6 @@
 // show: the packets of a packet file as lines of JSON.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <optional>
 
 #include "cli/command.h"
@@ -8,9 +9,8 @@
 #include "io/output.h"
 #include "io/packet.h"
 #include "io/packet_file.h"
+#include "io/packet_filter.h"
 #include "io/packet_json.h"
-#include "json_helper.h"
-#include "proto_helper.h"
 
 namespace vynpkt {
 namespace {
@@ -20,7 +20,7 @@ constexpr char kNotes[] =
 or with "-", and prints the envelope of each packet on a line, as "unpack" does.
 A packet that does not become JSON, such as one of more than 24576 bytes, is an
 object with "offset", "length" and "error" instead, and the run ends with exit
-code 4. --only never selects such an object.
+code 4.
 
 With --types, a line tells "type" (without the encoding), "encoding", "name" and
 "message", the body as JSON, instead of a binary body whose type the file names.
@@ -48,15 +48,6 @@ Examples:
   vynpkt show --header packets.dat | vynpkt pack -l --header -o same.dat
   vynpkt show --count packets.dat)";
 
-std::string_view up_to_nul(const std::string& buffer) {
-    return std::string_view(buffer).substr(0, buffer.find('\0'));
-}
-
-struct Filter {
-    std::string key;
-    std::string value;
-};
-
 class Show : public Command {
 public:
     explicit Show(CLI::App& program)
@@ -65,10 +56,11 @@ public:
         CLI::App& app = arguments();
         app.add_option("-n", most_, "Show at most N packets")->type_name("N");
         app.add_option("--skip", skip_, "Leave out the first N")->type_name("N");
-        app.add_option_function<std::string>(
-               "--only", [this](const std::string& text) { set_filter(text); },
-               "Show packets whose envelope has this text or number")
-            ->type_name("KEY=VALUE");
+        app.add_option_function<std::vector<std::string>>(
+               "--only", [this](const std::vector<std::string>& texts) { take_filters(texts); },
+               "Show packets with this value; all that are given must hold")
+            ->type_name("KEY=VALUE")
+            ->allow_extra_args(false);
         options_.add_to(app, true);
         app.add_flag("--offset", offset_, "Add the keys \"offset\" and \"length\"");
         app.add_flag("--records", records_, "Copy the records themselves, as a packet file");
@@ -85,6 +77,7 @@ public:
         if (records_) {
             out.refuse_terminal();
         }
+        make_filters(types);
         PacketFile file(input_);
         if (follow_ && !file.is_regular()) {
             throw Failure(ExitCode::kUsage, file.name(), "-f follows a regular file only");
@@ -97,12 +90,15 @@ public:
     }
 
 private:
-    void set_filter(const std::string& text) {
-        const std::size_t equals = text.find('=');
-        if (equals == std::string::npos || equals == 0) {
-            throw Failure(ExitCode::kUsage, "--only " + text, "not KEY=VALUE");
+    void take_filters(const std::vector<std::string>& texts) {
+        std::for_each(texts.begin(), texts.end(), PacketFilter::check);
+        only_ = texts;
+    }
+
+    void make_filters(const MessageTypes& types) {
+        for (const std::string& text : only_) {
+            filters_.emplace_back(text, types);
         }
-        filter_ = Filter{text.substr(0, equals), text.substr(equals + 1)};
     }
 
     void show(PacketFile& file, const MessageTypes& types, Output& out) {
@@ -142,31 +138,18 @@ private:
     }
 
     void show(PacketContents& packet, const PacketFile& file, Output& out) {
-        // A packet that is only counted or copied is not converted to JSON.
-        const bool wanted = !count_ && !records_ && seen_ >= skip_;
-        if (filter_ || wanted) {
-            write_json(packet, style_, line_);
-            tell_losses(packet, file, out);
-        }
-        if (filter_ && !matches()) {
-            return;
-        }
-        if (++seen_ <= skip_) {
+        const bool selected =
+            std::all_of(filters_.begin(), filters_.end(),
+                        [&packet](PacketFilter& filter) { return filter.holds(packet); });
+        if (!selected || ++seen_ <= skip_) {
             return;
         }
         ++shown_;
         if (records_) {
             out.append(file.entry());
         } else if (!count_) {
-            print(packet, out);
+            print(packet, file, out);
         }
-    }
-
-    [[nodiscard]] bool matches() {
-        value_.resize(kEnvelopeRoom);
-        return get_key_json(line_.json.c_str(), filter_->key.c_str(), value_.data(),
-                            static_cast<uint32_t>(value_.size())) != 0 &&
-               filter_->value == up_to_nul(value_);
     }
 
     void tell_losses(const PacketContents& packet, const PacketFile& file, Output& out) {
@@ -180,7 +163,9 @@ private:
         }
     }
 
-    void print(const PacketContents& packet, Output& out) {
+    void print(PacketContents& packet, const PacketFile& file, Output& out) {
+        write_json(packet, style_, line_);
+        tell_losses(packet, file, out);
         if (line_.json.empty()) {
             const PacketLine::Loss& loss = line_.losses.back();
             line_.json = "{ " + position_keys(packet) + ", \"error\": \"" +
@@ -193,7 +178,8 @@ private:
     std::string input_ = "-";
     std::optional<uint64_t> most_;
     uint64_t skip_ = 0;
-    std::optional<Filter> filter_;
+    std::vector<std::string> only_;
+    std::vector<PacketFilter> filters_;
     PacketOptions options_;
     bool offset_ = false;
     bool records_ = false;
@@ -201,7 +187,6 @@ private:
     bool follow_ = false;
     JsonStyle style_;
     PacketLine line_;
-    std::string value_;
     uint64_t seen_ = 0;
     uint64_t shown_ = 0;
     ExitCode code_ = ExitCode::kDone;
