@@ -132,6 +132,10 @@ int wrong_arguments(const Command* command, const std::string& message) {
     return exit_status(ExitCode::kUsage);
 }
 
+std::string why_refused(const Command* command, const CLI::ParseError& error) {
+    return command != nullptr ? command->wrong_arguments(&error) : error.what();
+}
+
 // Looked up before the arguments are parsed: errors of parsing must come as JSON too.
 bool wants_json(const Arguments& arguments) {
     const auto end = std::find(arguments.begin(), arguments.end(), "--");
@@ -169,12 +173,15 @@ int run_program(Arguments arguments) {
         program.parse(Arguments(arguments.rbegin(), arguments.rend()));
     } catch (const CLI::ParseError& error) {
         // CLI11 throws for --help and --version as well, with exit code 0.
-        return error.get_exit_code() == 0 ? program.exit(error)
-                                          : wrong_arguments(chosen(commands), error.what());
+        return error.get_exit_code() == 0
+                   ? program.exit(error)
+                   : wrong_arguments(chosen(commands), why_refused(chosen(commands), error));
     } catch (const vynpkt::Failure& failure) {
         return wrong_arguments(chosen(commands), failure.remark().text);
     }
-    return run(*chosen(commands));
+    Command& command = *chosen(commands);
+    const std::string wrong = command.wrong_arguments(nullptr);
+    return wrong.empty() ? run(command) : wrong_arguments(&command, wrong);
 }
 
 }  // namespace

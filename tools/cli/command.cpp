@@ -2,6 +2,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include "cli/arguments.h"
+
 namespace vynpkt {
 
 Command::Command(CLI::App& program, const char* name, const char* description, const char* notes)
@@ -17,6 +19,10 @@ Command::Command(CLI::App& program, const char* name, const char* description, c
 std::string Command::name() const { return arguments_.get_name(); }
 
 bool Command::chosen() const { return arguments_.parsed(); }
+
+std::string Command::wrong_arguments(const CLI::ParseError* error) const {
+    return error != nullptr ? why_refused(arguments_, *error) : wrong_count(arguments_);
+}
 
 void Command::add_input(std::string& path, const char* description) {
     arguments_.add_option("FILE", path, description)->type_name("");

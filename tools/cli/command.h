@@ -10,7 +10,8 @@
 
 namespace CLI {
 class App;
-}
+class ParseError;
+}  // namespace CLI
 
 namespace vynpkt {
 
@@ -26,6 +27,10 @@ public:
     // Whether the arguments name this command.
     [[nodiscard]] bool chosen() const;
     [[nodiscard]] bool verbose() const { return verbose_; }
+
+    // What is wrong with the arguments that were given, which CLI11 refuses by this error, or takes
+    // when it is null. Empty when nothing is.
+    [[nodiscard]] std::string wrong_arguments(const CLI::ParseError* error) const;
 
     // Returns how it ended, or throws a Failure.
     virtual ExitCode run() = 0;

@@ -6,10 +6,17 @@
 #include <cstring>
 #include <memory>
 #include <optional>
+#include <utility>
+#include <vector>
 
 #include "cli/command.h"
+#include "cli/packet_options.h"
+#include "io/byte_text.h"
 #include "io/catalogue.h"
+#include "io/envelope_losses.h"
 #include "io/input.h"
+#include "io/json_document.h"
+#include "io/json_packet.h"
 #include "io/json_text.h"
 #include "io/line_reader.h"
 #include "io/output.h"
@@ -35,17 +42,29 @@ With --type, "body" is the JSON of message T, an object or that object as text,
 of any length, and T goes into the packet. Its message_type must have encoding
 type 2. "vynpkt list" prints the names for T.
 
--l writes each packet behind its length, a protobuf varint. The first line that
-is refused ends the run. Standard output has the packets of the lines before it
-by then, while a file named with -o stays as it was. A line that loses something
-is written and reported, the run goes on, and the exit code is 4.
+What the packet does not carry is reported, with exit code 4: a key that the
+envelope does not know, a value of the wrong type, a member of the bag, a text
+that is cut. --lenient leaves these reports out.
+
+With --header, the JSON is that of Header itself, as "show --header" prints it,
+and all of it goes into the packet. So does all of a line that "show --types"
+prints: "message" becomes the body, by its "name" or by the types.
+
+-l writes each packet behind its length, a protobuf varint; with --hex or
+--base64, each as a line of text. The first line that is refused ends the run.
+Standard output has the packets of the lines before it by then, while a file
+named with -o stays as it was. A line that loses something is written and
+reported, the run goes on, and the exit code is 4.
 
 Examples:
   vynpkt pack envelope.json -o packet.bin
   vynpkt pack -z --new-id --now --status LIVE envelope.json -o packet.zst
   vynpkt pack --body photo.jpg envelope.json -o packet.bin
   vynpkt pack --type Telemetry envelope.json -o packet.bin
-  vynpkt pack -l envelopes.jsonl -o packets.bin)";
+  vynpkt pack -l envelopes.jsonl -o packets.bin
+  vynpkt show --header packets.dat | vynpkt pack -l --header -o again.dat
+  vynpkt show --types types.txt packets.dat | vynpkt pack -l --types types.txt
+  vynpkt pack -l -z --base64 envelopes.jsonl)";
 
 // For all fields but the body: their texts are as long as in the header, and a tag with its number
 // takes at most eleven bytes.
@@ -53,10 +72,15 @@ constexpr std::size_t kFieldsRoom = 2 * sizeof(msg_hdr);
 
 constexpr char kUnfitBody[] = "\"body\" is neither a string nor an object";
 
+// What a packet lacks, and the result of the library that tells it, if one does.
+struct Loss {
+    std::string reason;
+    LibraryCode code = {};
+};
+
 struct Packet {
     std::string bytes;
-    std::string loss;  // says what the packet lacks; empty when it is complete
-    LibraryCode code = {};
+    std::vector<Loss> losses = {};
 };
 
 [[noreturn]] void refuse(const Place& place, const std::string& reason, LibraryCode code = {}) {
@@ -100,10 +124,12 @@ std::string bag_too_long() {
            " characters";
 }
 
-std::string why_not_packed(const std::string& envelope, uint32_t code) {
+std::string why_not_packed(const std::string& envelope, uint32_t code, const Place& place) {
     switch (code) {
-        case VYN_BAD_ENVELOPE:
-            return "the envelope is not JSON";
+        case VYN_BAD_ENVELOPE: {
+            const std::string fault = syntax_fault(envelope, !place.part.empty());
+            return "the envelope is not JSON" + (fault.empty() ? "" : ": " + fault);
+        }
         case VYN_BAD_PROPERTY_BAG:
             return bag_too_long();
         case VYN_BAD_BODY:
@@ -121,19 +147,18 @@ std::string loss_of(uint32_t code) {
 
 // Takes the body out of the envelope.
 Packet pack_envelope(const std::string& envelope, const Place& place) {
-    Packet packet{std::string(kFieldsRoom + VYN_JSON_BODY_MAX_CHARS, '\0'), ""};
+    Packet packet{std::string(kFieldsRoom + VYN_JSON_BODY_MAX_CHARS, '\0')};
     uint32_t length = 0;
     const uint32_t code =
         cnvrt_json_hdr_to_protobuf(envelope.c_str(), bytes_of(packet.bytes),
                                    static_cast<uint32_t>(packet.bytes.size()), &length);
     const bool soft = code == VYN_BAD_PROPERTY_BAG || (code == VYN_BAD_BODY && length > 0);
     if (code != VYN_OK && !soft) {
-        refuse(place, why_not_packed(envelope, code), code);
+        refuse(place, why_not_packed(envelope, code, place), code);
     }
     packet.bytes.resize(length);
     if (soft) {
-        packet.loss = loss_of(code);
-        packet.code = code;
+        packet.losses.push_back({loss_of(code), code});
     }
     return packet;
 }
@@ -141,7 +166,7 @@ Packet pack_envelope(const std::string& envelope, const Place& place) {
 msg_hdr read_header(const std::string& envelope, const Place& place) {
     msg_hdr hdr{};
     if (get_msg_hdr(envelope.c_str(), &hdr) == 0) {
-        refuse(place, why_not_packed(envelope, VYN_BAD_ENVELOPE), VYN_BAD_ENVELOPE);
+        refuse(place, why_not_packed(envelope, VYN_BAD_ENVELOPE, place), VYN_BAD_ENVELOPE);
     }
     if (!is_object(envelope)) {
         refuse(place, "the envelope is not a JSON object");  // the header would be empty
@@ -151,13 +176,13 @@ msg_hdr read_header(const std::string& envelope, const Place& place) {
 
 Packet pack_with_body(const std::string& envelope, const std::string& body, const Place& place) {
     const msg_hdr hdr = read_header(envelope, place);
-    Packet packet{std::string(kFieldsRoom + body.size(), '\0'), ""};
+    Packet packet{std::string(kFieldsRoom + body.size(), '\0')};
     uint32_t length = 0;
     const uint32_t code = cnvrt_hdr_to_protobuf(
         &hdr, bytes_of(packet.bytes), static_cast<uint32_t>(packet.bytes.size()), &length,
         bytes_of(std::string_view(body)), static_cast<uint32_t>(body.size()));
     if (code != VYN_OK) {
-        refuse(place, why_not_packed(envelope, code), code);
+        refuse(place, why_not_packed(envelope, code, place), code);
     }
     packet.bytes.resize(length);
     return packet;
@@ -192,7 +217,7 @@ Packet pack_with_type(const std::string& envelope, const Descriptor& type, const
     }
     Packet packet = pack_with_body(envelope, body.data, place);
     if (!body.loss.empty()) {
-        packet.loss = "\"body\": " + body.loss;
+        packet.losses.push_back({"\"body\": " + body.loss});
     }
     return packet;
 }
@@ -215,33 +240,57 @@ public:
             ->type_name("STATUS");
         app.add_flag("-z,--compress", compress_, "Compress the packet");
         app.add_flag("-l,--lines", lines_, "Take an envelope from each line; see below");
+        app.add_flag("--hex", hex_, "Write each packet as a line of hexadecimal digits");
+        app.add_flag("--base64", base64_, "Write each packet as a line of base64");
+        app.add_flag("--lenient", lenient_, "Do not tell what of the envelope is left out");
+        options_.add_to(app, false);
     }
 
     ExitCode run() override {
-        if (lines_ && (compress_ || !body_.empty())) {
-            throw Failure(ExitCode::kUsage, "--lines", "goes with neither --compress nor --body");
-        }
-        if (!type_name_.empty() && !body_.empty()) {
-            throw Failure(ExitCode::kUsage, "--type", "does not go with --body");
-        }
-        if (is_standard(body_) && is_standard(input_)) {
-            throw Failure(ExitCode::kUsage, "--body -",
-                          "the envelope comes from standard input already; name its file");
-        }
+        check_arguments();
         type_ = type_name_.empty() ? nullptr : &find_message(type_name_);
+        types_ = options_.read_types();
         Output out(output());
-        out.refuse_terminal();
+        if (!as_text()) {
+            out.refuse_terminal();
+        }
         const ExitCode code = lines_ ? pack_lines(out) : pack_one(out);
         out.commit();
         return code;
     }
 
 private:
+    [[nodiscard]] bool as_text() const { return hex_ || base64_; }
+
+    void check_arguments() const {
+        if (lines_ && ((compress_ && !as_text()) || !body_.empty())) {
+            throw Failure(ExitCode::kUsage, "--lines",
+                          compress_ && body_.empty()
+                              ? "goes with neither --compress nor --body; --hex or --base64 makes "
+                                "lines of compressed packets"
+                              : "goes with neither --compress nor --body");
+        }
+        if (hex_ && base64_) {
+            throw Failure(ExitCode::kUsage, "--hex", "does not go with --base64");
+        }
+        if (!type_name_.empty() && !body_.empty()) {
+            throw Failure(ExitCode::kUsage, "--type", "does not go with --body");
+        }
+        if (!type_name_.empty() && options_.header()) {
+            throw Failure(ExitCode::kUsage, "--type",
+                          "does not go with --header; give \"name\" and \"message\"");
+        }
+        if (is_standard(body_) && is_standard(input_)) {
+            throw Failure(ExitCode::kUsage, "--body -",
+                          "the envelope comes from standard input already; name its file");
+        }
+    }
+
     ExitCode pack_one(Output& out) const {
         const std::string envelope = read_whole(input_);
         const Packet packet = pack(envelope, {input_name(input_)});
-        out.write(compress_ ? compressed(packet.bytes) : packet.bytes);
-        return packet.loss.empty() ? ExitCode::kDone : ExitCode::kLoss;
+        out.write(written(packet.bytes));
+        return packet.losses.empty() ? ExitCode::kDone : ExitCode::kLoss;
     }
 
     ExitCode pack_lines(Output& out) const {
@@ -253,23 +302,80 @@ private:
                 continue;
             }
             const Packet packet = pack(line, lines.place());
-            out.write(delimited(packet.bytes));
-            code = packet.loss.empty() ? code : ExitCode::kLoss;
+            out.write(written(packet.bytes));
+            code = packet.losses.empty() ? code : ExitCode::kLoss;
         }
         return code;
+    }
+
+    // The packet in the form that is asked for.
+    [[nodiscard]] std::string written(const std::string& packet) const {
+        const std::string& bytes = compress_ ? compressed(packet) : packet;
+        if (as_text()) {
+            return (hex_ ? hex_text(bytes) : base64_text(bytes)) + "\n";
+        }
+        return lines_ ? delimited(bytes) : bytes;
     }
 
     [[nodiscard]] Packet pack(const std::string& envelope, const Place& place) const {
         refuse_second_document(envelope, place);
         Packet packet = make(envelope, place);
         stamp(packet.bytes, place);
-        if (!packet.loss.empty()) {
-            tell({ExitCode::kLoss, place, packet.loss, packet.code});
+        for (const Loss& loss : packet.losses) {
+            tell({ExitCode::kLoss, place, loss.reason, loss.code});
         }
         return packet;
     }
 
-    [[nodiscard]] Packet make(const std::string& envelope, const Place& place) const {
+    // Whether all of the JSON goes into the packet, and not only what the library takes.
+    [[nodiscard]] bool takes_all(const std::string& json) const {
+        return options_.header() ||
+               (type_ == nullptr && body_.empty() && (options_.has_types() || has_message(json)));
+    }
+
+    [[nodiscard]] Packet make(const std::string& json, const Place& place) const {
+        return takes_all(json) ? make_of_all(json, place) : make_of_envelope(json, place);
+    }
+
+    [[nodiscard]] Packet make_of_all(const std::string& json, const Place& place) const {
+        JsonPacket parsed = read_json_packet(json, options_.header(), types_, place);
+        if (!body_.empty()) {
+            parsed.header.set_body(read_whole(body_));
+        }
+        Packet packet{parsed.header.SerializeAsString()};
+        for (const std::string& loss : parsed.losses) {
+            packet.losses.push_back({loss});
+        }
+        return packet;
+    }
+
+    [[nodiscard]] Packet make_of_envelope(const std::string& envelope, const Place& place) const {
+        Packet packet = convert(envelope, place);
+        if (!lenient_) {
+            for (const std::string& loss : envelope_losses(envelope, use(packet))) {
+                packet.losses.push_back({loss});
+            }
+        }
+        return packet;
+    }
+
+    [[nodiscard]] EnvelopeUse use(const Packet& packet) const {
+        EnvelopeUse use{
+            type_ != nullptr || !body_.empty(),
+            !packet.losses.empty() && packet.losses.front().code == VYN_BAD_PROPERTY_BAG};
+        const std::pair<bool, const char*> replaced[] = {{!body_.empty(), "body"},
+                                                         {new_id_, "message_id"},
+                                                         {now_, "time"},
+                                                         {status_.has_value(), "packet_status"}};
+        for (const auto& [is_replaced, key] : replaced) {
+            if (is_replaced) {
+                use.replaced.emplace_back(key);
+            }
+        }
+        return use;
+    }
+
+    [[nodiscard]] Packet convert(const std::string& envelope, const Place& place) const {
         if (type_ != nullptr) {
             return pack_with_type(envelope, *type_, place);
         }
@@ -285,6 +391,9 @@ private:
             refuse(place,
                    "a text is not UTF-8, or too long for its field and cut inside a character",
                    VYN_NOT_A_HEADER);
+        }
+        if (!new_id_ && !now_ && !status_) {
+            return;
         }
         if (new_id_) {
             char uuid[MSG_UUID_SIZE];
@@ -318,6 +427,11 @@ private:
     std::optional<int> status_;
     bool compress_ = false;
     bool lines_ = false;
+    bool hex_ = false;
+    bool base64_ = false;
+    bool lenient_ = false;
+    PacketOptions options_;
+    MessageTypes types_;
 };
 
 }  // namespace

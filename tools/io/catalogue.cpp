@@ -10,6 +10,7 @@
 
 #include "cli/nearest.h"
 #include "io/input.h"
+#include "io/json_faults.h"
 #include "proto_helper.h"
 
 namespace vynpkt {
@@ -38,11 +39,6 @@ std::string last_part(const std::string& name) { return name.substr(name.rfind('
 bool ends_in(const std::string& name, const std::string& word) {
     return name.size() > word.size() && name[name.size() - word.size() - 1] == '.' &&
            name.compare(name.size() - word.size(), word.size(), word) == 0;
-}
-
-// JsonToProto() skips keys that the type does not have, and does not tell.
-bool knows_all_of(const Descriptor& type, const std::string& json) {
-    return JsonStringToMessage(json, new_message(type).get(), JsonParseOptions()).ok();
 }
 
 bool parse(const std::string& bytes, Message& message) {
@@ -136,18 +132,24 @@ std::unique_ptr<Message> new_message(const Descriptor& type) {
         MessageFactory::generated_factory()->GetPrototype(&type)->New());
 }
 
-Converted encode(const Descriptor& type, const std::string& json, const Place& place) {
+Converted encode(const Descriptor& type, const std::string& json, const Place& place,
+                 const std::vector<std::string>& other_keys) {
     const std::unique_ptr<Message> message = new_message(type);
     const std::string& name = type.full_name();
     Converted converted;
+    // JsonToProto() skips keys that the type does not have, and does not tell.
+    const bool whole = JsonStringToMessage(json, message.get(), JsonParseOptions()).ok();
     // The bytes are parsed again: some releases of protobuf write a text that is not UTF-8, which
     // no receiver could read.
-    if (!JsonToProto(json, *message) || !message->SerializeToString(&converted.data) ||
+    if ((!whole && !JsonToProto(json, *message)) || !message->SerializeToString(&converted.data) ||
         !parse(converted.data, *message)) {
-        throw Failure(ExitCode::kRefused, place, "not JSON of " + name);
+        throw Failure(ExitCode::kRefused, place,
+                      "not JSON of " + name + ": " + why_refused(type, json));
     }
-    if (!knows_all_of(type, json)) {
-        converted.loss = "skipped what " + name + " does not know";
+    if (!whole) {
+        const std::string skipped = what_is_skipped(type, json, other_keys);
+        converted.loss =
+            "skipped what " + name + " does not know" + (skipped.empty() ? "" : ": " + skipped);
     }
     return converted;
 }

@@ -45,8 +45,10 @@ struct Converted {
     std::string loss;  // says what the data lacks; empty when it is complete
 };
 
-// Refuse data that does not fit the type. The place names the input in messages.
-[[nodiscard]] Converted encode(const Descriptor& type, const std::string& json, const Place& place);
+// Refuse data that does not fit the type. The place names the input in messages. A key that is
+// skipped may be a misspelling of one of the other keys, too.
+[[nodiscard]] Converted encode(const Descriptor& type, const std::string& json, const Place& place,
+                               const std::vector<std::string>& other_keys = {});
 [[nodiscard]] Converted decode(const Descriptor& type, const std::string& bytes,
                                const Place& place);
 
