@@ -66,23 +66,23 @@ bool is_packet_file(std::string_view bytes) {
            parse_header(bytes.substr(prefix.size, length), header) && !parse_header(bytes, header);
 }
 
-std::string content_of(const std::string& packet) {
-    return is_frame(packet) ? decompressed(packet) : packet;
+std::string content_of(const std::string& packet, bool is_compressed) {
+    return is_compressed ? decompressed(packet) : packet;
 }
 
-std::string words_for(uint32_t code, const std::string& packet) {
+std::string words_for(uint32_t code, const std::string& packet, bool is_compressed) {
     switch (code) {
         case VYN_DOES_NOT_FIT:
             return "a text is too long for the envelope and left empty there";
         case VYN_NOT_A_HEADER:
-            return is_packet_file(content_of(packet)) ? kAPacketFile : kNotAHeader;
+            return is_packet_file(content_of(packet, is_compressed)) ? kAPacketFile : kNotAHeader;
         case VYN_BAD_BODY:
             return "a binary body of more than " + std::to_string(VYN_BINARY_BODY_CAPACITY) +
                    " bytes does not go into the envelope and is left empty there; --body FILE "
                    "takes it whole";
         case VYN_NOT_DECOMPRESSED:
             try {
-                if (is_packet_file(content_of(packet))) {
+                if (is_packet_file(content_of(packet, is_compressed))) {
                     return kAPacketFile;
                 }
             } catch (const FrameError& error) {
@@ -217,7 +217,8 @@ private:
         const auto room = static_cast<uint32_t>(envelope.size());
         Header header;
         uint32_t code = VYN_NOT_A_HEADER;
-        if (text_.is_compressed(packet)) {
+        const bool is_compressed = text_.is_compressed(packet);
+        if (is_compressed) {
             code = cnvrt_protobuf_to_json_hdr(bytes_of(std::string_view(packet)), envelope.data(),
                                               static_cast<uint32_t>(packet.size()), room);
         } else if (packet.size() > VYN_PACKET_CAPACITY) {
@@ -229,7 +230,7 @@ private:
         if (code == VYN_OK) {
             return ExitCode::kDone;
         }
-        const std::string reason = words_for(code, packet);
+        const std::string reason = words_for(code, packet, is_compressed);
         if (!is_soft(code)) {
             throw Failure(ExitCode::kRefused, place, reason, code);
         }
