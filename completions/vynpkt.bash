@@ -35,7 +35,12 @@ _vynpkt() {
     fi
     case $command in
         pack) options+=" --body -t --type --new-id --now --status -z --compress -l --lines" ;;
-        unpack) options+=" --body -t --type" ;;
+        unpack)
+            options+=" --body -t --type --types --header --keep-body --enum-names -l --lines"
+            options+=" --hex --base64 --plain"
+            ;;
+        append) options+=" -l --lines --hex --base64 --plain" ;;
+        describe) options+=" -r --recursive --example" ;;
         show)
             options+=" -n --skip --only --types --header --keep-body --enum-names --offset
                 --records --count -f --follow"
