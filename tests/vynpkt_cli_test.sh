@@ -49,6 +49,18 @@ done <<END
 2|cannot be both||unpack good --body x -o ./x
 2|did you mean "EventMessage.Step"?||unpack --type EventMesage.Step
 2|add -o FILE||unpack --type Meta --body -
+2|--lines: needs --hex or --base64||unpack -l good
+2|--hex: does not go with --base64||unpack --hex --base64
+2|--type: does not go with --types||unpack --type Meta --types x
+2|--header: is about the envelope||unpack --header --body - good
+3|no/out: No such file||unpack good --body kept -o no/out
+4|line 3: character 2 is not a hexadecimal digit|0a00\n\n0x\n|unpack -l --hex
+4|line 1: an odd number|380\n3805\n|unpack -l --hex
+4|line 1: not a valid Header (code 8)|0a05\n|unpack -l --hex
+4|line 2: base64 that is cut|OAU=\nOAU\n|append -l --base64 file
+4|line 1: character 4 is not base64|OA=U\n|unpack -l --base64
+4|line 1: the zstd frame is truncated|28b52ffd\n|append -l --hex file
+1|unpack: (stdin): not a valid Header|28b52ffd|unpack --hex --plain
 3|vynpkt: compress: .: Is a directory||compress . -o kept
 1|bytes behind the end of the zstd frame||decompress twice -o kept
 1|a skippable zstd frame||decompress skip -o kept
@@ -67,6 +79,8 @@ done <<END
 3|.: not a regular file||recover .
 2|would lose||recover damaged -o ./damaged
 2|list: The following argument was not expected: x||list x
+2|the output is the packet file||append -o x file good
+2|PacketStatus: no message||describe --example PacketStatus
 2|15 have that name: Header.system_id, ||describe system_id
 1|encode: (stdin): not JSON of Telemetry|{} {}|encode -t Telemetry
 4|skipped what Meta does not know|{"vim":"5"}|encode -t Meta

@@ -6,6 +6,7 @@
 set -Eeuo pipefail
 protos=$(realpath "$2")
 samples=$(realpath "$3")
+. "$(dirname "${BASH_SOURCE[0]}")/support/broker.sh"
 . "$(dirname "${BASH_SOURCE[0]}")/support/vynpkt.sh" "$1"
 
 fields() { protoc --decode=Header -I "$protos" vyn_header_v3.proto; }
@@ -52,7 +53,18 @@ while read -r file name; do
     "$vynpkt" describe "$name" >out || fail "describe $name"
     [ "$(sed 's/ {.*//' out | head -n 2)" = "// $file"$'\n'"message ${name##*.}" ] ||
         fail "describe $name: $(cat out)"
+    "$vynpkt" describe --example "$name" >example && "$vynpkt" encode -t "$name" example >/dev/null ||
+        fail "the example of $name"
+    grep -q oneof out || diff <(jq -r 'keys_unsorted[]' example) \
+        <(sed -nE 's/^  [^ ].* (\w+) = [0-9]+;.*/\1/p' out) || fail "$name: a field without an example"
+    "$vynpkt" describe -r "$name" >>described
 done <pairs
+comm -23 <(sed -n 's|^ .*// ||p' "$protos"/*.proto | sort -u) \
+    <(sed -n 's|^ .*// ||p' described | sort -u) >lost
+[ ! -s lost ] || fail "comments that describe does not show: $(cat lost)"
+expect 0 "" -- describe -r Telemetry
+[ "$(sed -n 's/^[a-z].* \(.*\) {$/\1/p' out | paste -sd' ')" = \
+    "Telemetry TelemetryData Meta DataItem PacketStatus" ] || fail "describe -r: $(cat out)"
 gives <(printf '// ota_event.proto\nstring ecu_name = 1;\n') describe EventMessage.Step.ecu_name
 
 echo "-- encode and decode"
@@ -111,6 +123,40 @@ expect 4 "line 1: " -- pack -l - < <(printf '%s\n' '{"message_type":32768,"body"
 gives <(printf 'b\2"}') pack - <<<'{"body":"\"}"}'
 "$vynpkt" pack -o new 2>&- <<<'{"message_type":32768,"body":"*"}' || true
 same "no words in the packet" new <(printf '8\200\200\2')
+
+echo "-- packets as lines of text"
+printf "%s\n" "5 Telemetry" "0 DataItem" >types
+packets=(packet.bin text.zst zero.packet)
+"$vynpkt" append stored "${packets[@]}"
+basenc_lines() { for packet in "${packets[@]}"; do basenc "$1" -w 0 "$packet"; echo; done; }
+basenc_lines --base64 >lines.base64
+basenc_lines --base16 | sed 's/../& /g; y/ABCDEF/abcdef/; s/$/\r/; G' >lines.hex
+for style in "" "--types types" "--types types --enum-names --keep-body" --header; do
+    for form in hex base64; do
+        # shellcheck disable=SC2086
+        gives <("$vynpkt" show $style stored) unpack -l "--$form" $style "lines.$form"
+    done
+    # shellcheck disable=SC2086
+    gives <("$vynpkt" show -n 1 $style stored) unpack $style packet.bin
+done
+for form in hex base64; do expect 0 "" -- append again -l "--$form" - <"lines.$form"; done
+same "append -l" again <(cat stored stored)
+gives <("$vynpkt" unpack text.bin) unpack --hex < <(basenc --base16 -w 60 text.bin)
+coproc "$vynpkt" unpack -l --base64
+sed 1q lines.base64 >&"${COPROC[1]}"
+read -r -t 10 <&"${COPROC[0]}" || fail "a line is held back"
+
+echo "-- from a broker"
+if ! start_broker; then
+    echo "skipped: needs mosquitto and its clients"
+else
+    mosquitto_sub -W 20 -C 4 -F %x -t 'car/#' | "$vynpkt" unpack -l --hex --types types >shown &
+    timeout 10 bash -c 'until grep -q "car/#" broker.log; do sleep 0.05; done'
+    for packet in "${packets[@]}"; do mosquitto_pub -t "car/$packet" -s <"$packet"; done
+    mosquitto_pub -t car/none -n
+    wait $!
+    same "what came" shown <("$vynpkt" show --types types stored)
+fi
 
 echo "-- zstd frames"
 for content in "0 urandom" "3 urandom" "131072 urandom" "1000000 urandom" "1000000 zero"; do
@@ -176,6 +222,9 @@ else
     under=(strace -qq -o trace -e "inject=close:error=EIO:when=$closes")
     expect 3 "kept: Input/output error" -- list -o kept
     same "the file that was not replaced" kept text.bin
+    under=(strace -qq -o trace -e inject=rename:error=EIO:when=1)
+    expect 3 "unborn: Input/output error" -- unpack --body kept -o unborn packet.bin
+    same "the body without its envelope" kept text.bin
     timeout 5 cat pipe >/dev/null &
     under=(strace -qq -o trace -e inject=close:error=EIO -P "$PWD/pipe")
     expect 3 "pipe: Input/output error" -- list -o pipe
