@@ -49,12 +49,18 @@ same "--json" names <(jq -r '.[].name' out)
 jq -r '.[] | .file + " " + .name' out | sort >pairs
 expect 0 "" -- list --files
 same "--files" pairs <(awk '/^ / { print file " " $1; next } { file = $1 }' out | sort)
+types=0
 while read -r file name; do
     "$vynpkt" describe "$name" >out || fail "describe $name"
     [ "$(sed 's/ {.*//' out | head -n 2)" = "// $file"$'\n'"message ${name##*.}" ] ||
         fail "describe $name: $(cat out)"
-    "$vynpkt" describe --example "$name" >example && "$vynpkt" encode -t "$name" example >/dev/null ||
+    "$vynpkt" describe --example "$name" >example && "$vynpkt" encode -t "$name" example >body ||
         fail "the example of $name"
+    echo "$((++types)) $name # of $file" >>types.txt
+    echo "{\"version\":3,\"message_type\":$((32768 + types)),\"property_bag\":{\"checksum\":\"c\"}}" |
+        "$vynpkt" pack --body body -o packet --status $((types % 5))
+    "$vynpkt" append all.dat packet
+    "$vynpkt" decode -t "$name" body >>all.json
     grep -q oneof out || diff <(jq -r 'keys_unsorted[]' example) \
         <(sed -nE 's/^  [^ ].* (\w+) = [0-9]+;.*/\1/p' out) || fail "$name: a field without an example"
     "$vynpkt" describe -r "$name" >>described
@@ -66,6 +72,23 @@ expect 0 "" -- describe -r Telemetry
 [ "$(sed -n 's/^[a-z].* \(.*\) {$/\1/p' out | paste -sd' ')" = \
     "Telemetry TelemetryData Meta DataItem PacketStatus" ] || fail "describe -r: $(cat out)"
 gives <(printf '// ota_event.proto\nstring ecu_name = 1;\n') describe EventMessage.Step.ecu_name
+
+echo "-- bodies with names: each message, there and back"
+printf '{"message_type":%d,"body":"%s"}\n' 5 text 32768 AAEC 33000 "" 32769 /w== | "$vynpkt" pack -l >>all.dat
+expect 4 "not a valid" -- show --types types.txt all.dat
+jq -c 'select(.message_error | not) | .message | values' out >shown.json
+same "what decode says" <(jq -S . shown.json) <(jq -S . all.json)
+awk '{ print NR % 122 + 1, $2 }' types.txt >wrong.txt # bodies become other messages, or do not parse
+for options in "" --keep-body --enum-names --header "--header --enum-names"; do
+    for file in types.txt wrong.txt; do
+        # shellcheck disable=SC2086
+        VYNPKT_TYPES=$file "$vynpkt" show $options all.dat >lines 2>/dev/null || [ $? -eq 4 ]
+        # shellcheck disable=SC2086
+        gives all.dat pack -l --types $file $([[ $options != *header* ]] || echo --header) lines
+    done
+done
+"$vynpkt" show --header all.dat >lines
+gives all.dat pack -l --header lines
 
 echo "-- encode and decode"
 cat >telemetry.json <<'END'

@@ -144,9 +144,12 @@ void open_header(std::string& out, const Header& header, bool with_body) {
     out.pop_back();
 }
 
-// Whether the message gives the body again, byte for byte.
-bool gives_body(const Message& message, const std::string& body) {
-    return message.ByteSizeLong() == body.size() && message.SerializeAsString() == body;
+// Whether the JSON of the message gives the body again, byte for byte. It has no unknown fields.
+bool gives_body(PacketContents& packet) {
+    const std::string& body = packet.header().body();
+    const Message* message = packet.message();
+    return message != nullptr && packet.unknown_fields() == 0 &&
+           message->ByteSizeLong() == body.size() && message->SerializeAsString() == body;
 }
 
 // Why the body is not the message that its type says, or not for certain; empty if it is.
@@ -183,8 +186,7 @@ void append_names(PacketContents& packet, const JsonStyle& style, PacketLine& li
 
 void write_without_limits(PacketContents& packet, const JsonStyle& style, PacketLine& line) {
     const Header& header = packet.header();
-    const bool with_body = !style.types || style.keep_body || packet.message() == nullptr ||
-                           !gives_body(*packet.message(), header.body());
+    const bool with_body = !style.types || style.keep_body || !gives_body(packet);
     if (style.header) {
         open_header(line.json, header, with_body);
         if (const std::size_t unknown = count_unknown_fields(header)) {
