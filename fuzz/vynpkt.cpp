@@ -6,10 +6,12 @@
 #include "cli/report.h"
 #include "fuzz.h"
 #include "io/catalogue.h"
+#include "io/json_packet.h"
 #include "io/json_text.h"
 #include "io/line_reader.h"
 #include "io/packet.h"
 #include "io/packet_file.h"
+#include "io/packet_json.h"
 #include "io/recovery.h"
 #include "io/zstd_frame.h"
 
@@ -74,11 +76,34 @@ void read_lines(const std::string& bytes) {
     require(joined == bytes + (bytes.empty() || bytes.back() == '\n' ? "" : "\n"), "all lines");
 }
 
+// The JSON of a packet and back.
+void print_packet(Header& header) {
+    static const InputFile file("0 Telemetry\n1 OtaManifestEcu\n5 Meta\n");
+    static const vynpkt::MessageTypes types(file.path);
+    header.DiscardUnknownFields();
+    vynpkt::PacketContents packet(types);
+    packet.look_at(header, 0, header.ByteSizeLong());
+    vynpkt::PacketLine line;
+    for (const bool as_header : {false, true}) {
+        for (const bool with_types : {false, true}) {
+            write_json(packet, {as_header, with_types, false, true}, line);
+            if (as_header || with_types) {
+                const auto read = vynpkt::read_json_packet(line.json, as_header, types, {"line"});
+                require(read.header.SerializeAsString() == header.SerializeAsString() &&
+                            read.losses.empty(),
+                        "a packet comes back from its JSON");
+            }
+        }
+    }
+}
+
 void read_packet(const std::string& bytes) {
     try {
         Header header;
         const std::string plain = vynpkt::plain_packet(bytes, "packet");
-        (void)vynpkt::parse_header(plain, header);
+        if (vynpkt::parse_header(plain, header)) {
+            print_packet(header);
+        }
         require(vynpkt::decompressed(vynpkt::compressed(plain)) == plain, "compressed and back");
     } catch (const vynpkt::Failure&) {
         require(vynpkt::is_frame(bytes), "only a frame can be refused");
