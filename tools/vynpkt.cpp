@@ -53,9 +53,11 @@ Commands make_commands(CLI::App& program) {
         {"Packets",
          {vynpkt::make_pack, vynpkt::make_unpack, vynpkt::make_compress, vynpkt::make_decompress}},
         {"Packet files",
-         {vynpkt::make_show, vynpkt::make_append, vynpkt::make_verify, vynpkt::make_recover}},
+         {vynpkt::make_show, vynpkt::make_append, vynpkt::make_verify, vynpkt::make_recover,
+          vynpkt::make_diff}},
         {"Messages",
-         {vynpkt::make_list, vynpkt::make_describe, vynpkt::make_encode, vynpkt::make_decode}},
+         {vynpkt::make_list, vynpkt::make_describe, vynpkt::make_encode, vynpkt::make_decode,
+          vynpkt::make_types}},
         {"Others", {vynpkt::make_checksum, vynpkt::make_restamp}},
     };
     Commands commands;

@@ -74,6 +74,8 @@ using CommandPtr = std::unique_ptr<Command>;
 [[nodiscard]] CommandPtr make_show(CLI::App& program);
 [[nodiscard]] CommandPtr make_verify(CLI::App& program);
 [[nodiscard]] CommandPtr make_recover(CLI::App& program);
+[[nodiscard]] CommandPtr make_diff(CLI::App& program);
+[[nodiscard]] CommandPtr make_types(CLI::App& program);
 
 }  // namespace vynpkt
 

@@ -11,6 +11,8 @@
 #include "io/packet_file.h"
 #include "io/packet_filter.h"
 #include "io/packet_json.h"
+#include "io/packet_summary.h"
+#include "io/packet_table.h"
 
 namespace vynpkt {
 namespace {
@@ -63,21 +65,27 @@ public:
             ->allow_extra_args(false);
         options_.add_to(app, true);
         app.add_flag("--offset", offset_, "Add the keys \"offset\" and \"length\"");
+        app.add_option("--csv", csv_, "Print a table of these keys, with commas between")
+            ->type_name("COL,COL,...");
+        app.add_option("--tsv", tsv_, "The same with tabs between")->type_name("COL,COL,...");
+        app.add_option("--each", each_, "In the table, a row for each element of this field")
+            ->type_name("KEY");
+        app.add_flag("--summary", summary_, "Print how many packets of which type there are");
+        describe_json("With --summary, print an object; errors as objects, too");
         app.add_flag("--records", records_, "Copy the records themselves, as a packet file");
         app.add_flag("--count", count_, "Print only the number of packets");
         app.add_flag("-f,--follow", follow_, "Go on with what is appended to the file");
     }
 
     ExitCode run() override {
-        if (follow_ && count_) {
-            throw Failure(ExitCode::kUsage, "--follow", "never ends, so there is nothing to count");
-        }
+        refuse_contradictions();
         const MessageTypes types = options_.read_types();
         Output out(output());
         if (records_) {
             out.refuse_terminal();
         }
         make_filters(types);
+        make_table(types);
         PacketFile file(input_);
         if (follow_ && !file.is_regular()) {
             throw Failure(ExitCode::kUsage, file.name(), "-f follows a regular file only");
@@ -95,6 +103,33 @@ private:
         only_ = texts;
     }
 
+    void refuse_contradictions() const {
+        const int forms = static_cast<int>(csv_.has_value()) + static_cast<int>(tsv_.has_value()) +
+                          static_cast<int>(summary_) + static_cast<int>(records_) +
+                          static_cast<int>(count_);
+        if (forms > 1) {
+            throw Failure(ExitCode::kUsage, Place{},
+                          "only one of --csv, --tsv, --summary, --records and --count goes");
+        }
+        if (!each_.empty() && !csv_ && !tsv_) {
+            throw Failure(ExitCode::kUsage, "--each", "is for --csv and --tsv");
+        }
+        if (follow_ && (count_ || summary_)) {
+            throw Failure(ExitCode::kUsage, "--follow", "never ends, so there is nothing to count");
+        }
+    }
+
+    void make_table(const MessageTypes& types) {
+        if (!csv_ && !tsv_) {
+            return;
+        }
+        using Form = PacketTable::Form;
+        const Form form = tsv_ ? Form::kTsv : Form::kCsv;
+        table_.emplace(
+            PacketTable::Options{form, tsv_ ? *tsv_ : *csv_, each_, options_.style().enum_names},
+            types);
+    }
+
     void make_filters(const MessageTypes& types) {
         for (const std::string& text : only_) {
             filters_.emplace_back(text, types);
@@ -103,18 +138,35 @@ private:
 
     void show(PacketFile& file, const MessageTypes& types, Output& out) {
         PacketContents packet(types);
+        PacketSummary summary(types);
         Progress progress(name(), file.size());
         progress.only_if(
             !out.is_terminal());  // packets that scroll by show the progress themselves
+        if (table_) {
+            std::string header;
+            table_->append_header(header);
+            out.append(header);
+        }
         auto outcome = PacketFile::Outcome::kEntry;
         while (!(most_ && shown_ >= *most_) &&
                (outcome = next(file, out)) == PacketFile::Outcome::kEntry) {
             progress.at(file.position());
             packet.look_at(file.header(), file.offset(), file.length());
-            show(packet, file, out);
+            if (!is_selected(packet) || ++seen_ <= skip_) {
+                continue;
+            }
+            ++shown_;
+            if (summary_) {
+                summary.add(packet);
+            } else if (!count_) {
+                show(packet, file, out);
+            }
         }
         if (count_) {
             out.write(std::to_string(shown_) + "\n");
+        }
+        if (summary_) {
+            write(summary, out);
         }
         if (outcome == PacketFile::Outcome::kDamaged) {
             throw Failure(
@@ -137,18 +189,35 @@ private:
         return outcome;
     }
 
+    [[nodiscard]] bool is_selected(PacketContents& packet) {
+        return std::all_of(filters_.begin(), filters_.end(),
+                           [&packet](PacketFilter& filter) { return filter.holds(packet); });
+    }
+
     void show(PacketContents& packet, const PacketFile& file, Output& out) {
-        const bool selected =
-            std::all_of(filters_.begin(), filters_.end(),
-                        [&packet](PacketFilter& filter) { return filter.holds(packet); });
-        if (!selected || ++seen_ <= skip_) {
-            return;
-        }
-        ++shown_;
         if (records_) {
             out.append(file.entry());
-        } else if (!count_) {
+        } else if (table_) {
+            line_.json.clear();
+            table_->append_rows(packet, line_.json);
+            out.append(line_.json);
+        } else {
             print(packet, file, out);
+        }
+    }
+
+    void write(const PacketSummary& summary, Output& out) {
+        if (json()) {
+            summary.write_json(out);
+        } else {
+            summary.write_table(out);
+        }
+        if (summary.left_over() > 0) {
+            code_ = ExitCode::kLoss;
+            tell({ExitCode::kLoss,
+                  {},
+                  "too many different groups: " + std::to_string(summary.left_over()) +
+                      " packets are counted together as others"});
         }
     }
 
@@ -180,6 +249,11 @@ private:
     uint64_t skip_ = 0;
     std::vector<std::string> only_;
     std::vector<PacketFilter> filters_;
+    std::optional<std::string> csv_;
+    std::optional<std::string> tsv_;
+    std::string each_;
+    std::optional<PacketTable> table_;
+    bool summary_ = false;
     PacketOptions options_;
     bool offset_ = false;
     bool records_ = false;

@@ -212,7 +212,7 @@ void add_keys(const Descriptor& type, const std::string& text, std::vector<std::
 
 [[noreturn]] void refuse_key(const std::string& key, const std::vector<std::string>& keys) {
     const std::string meant = nearest(key, keys);
-    throw Failure(ExitCode::kUsage, key,
+    throw Failure(ExitCode::kUsage, '"' + key + '"',
                   meant.empty() ? "no such key; see \"vynpkt show --help\""
                                 : "no such key; did you mean \"" + meant + "\"?");
 }
