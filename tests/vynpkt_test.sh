@@ -165,6 +165,8 @@ done
 for form in hex base64; do expect 0 "" -- append again -l "--$form" - <"lines.$form"; done
 same "append -l" again <(cat stored stored)
 gives <("$vynpkt" unpack text.bin) unpack --hex < <(basenc --base16 -w 60 text.bin)
+expect 4 "line 1: longer than" -- unpack -l --hex < <(head -c 70000000 /dev/zero; echo; cat lines.hex)
+same "the lines behind a long one" out <("$vynpkt" show stored)
 coproc "$vynpkt" unpack -l --base64
 sed 1q lines.base64 >&"${COPROC[1]}"
 read -r -t 10 <&"${COPROC[0]}" || fail "a line is held back"

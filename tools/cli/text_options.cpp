@@ -36,7 +36,7 @@ bool TextOptions::is_compressed(const std::string& packet) const {
 }
 
 std::string TextOptions::read(const std::string& path) const {
-    const std::string bytes = read_text_form(form(), read_packet(path), {input_name(path)});
+    std::string bytes = read_text_form(form(), read_packet(path), {input_name(path)});
     if (bytes.empty()) {
         throw Failure(ExitCode::kRefused, input_name(path), "empty: no packet");
     }
@@ -56,14 +56,14 @@ std::string TextOptions::plain(const std::string& packet, const Place& place) co
 
 ExitCode TextOptions::read_lines(const std::string& path, const Use& use, const Tell& tell) const {
     LineReader lines(path);
+    std::string line;
     ExitCode code = ExitCode::kDone;
-    for (std::string line; lines.next(line);) {
-        if (is_blank(line)) {
-            continue;
-        }
+    bool more = true;
+    while (more) {
         try {
-            const Place place = lines.place();
-            if (use(read_text_form(form(), line, place), place) != ExitCode::kDone) {
+            more = lines.next(line);
+            if (!is_blank(line) && use(read_text_form(form(), line, lines.place()),
+                                       lines.place()) != ExitCode::kDone) {
                 code = ExitCode::kLoss;
             }
         } catch (const Failure& failure) {

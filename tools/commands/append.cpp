@@ -65,7 +65,7 @@ public:
     }
 
 private:
-    ExitCode append_all() const {
+    [[nodiscard]] ExitCode append_all() const {
         Progress progress(name(), packets_.size(), 1);
         uint64_t stored = 0;
         for (const std::string& path : packets_) {
@@ -75,7 +75,7 @@ private:
         return ExitCode::kDone;
     }
 
-    ExitCode append_lines() const {
+    [[nodiscard]] ExitCode append_lines() const {
         const auto use = [this](const std::string& packet, const Place& place) {
             store(packet, place);
             return ExitCode::kDone;
