@@ -206,8 +206,18 @@ private:
             choose(*type, within);
             return;
         }
-        Converted message = encode(*type, std::string(extras_.at("message")), within);
-        take(std::move(message));
+        take(encode_message(*type, within));
+    }
+
+    [[nodiscard]] Converted encode_message(const Descriptor& type, const Place& within) const {
+        const std::string json(extras_.at("message"));
+        Converted message = encode(type, json, within);
+        // So that -0 keeps its sign.
+        const std::string quoted = with_integers_quoted(json);
+        if (quoted != json) {
+            message.data = encode(type, quoted, within).data;
+        }
+        return message;
     }
 
     void take(Converted message) {
@@ -221,7 +231,7 @@ private:
         packet_.header.set_body(body());
         Converted message;
         try {
-            message = encode(type, std::string(extras_.at("message")), within);
+            message = encode_message(type, within);
         } catch (const Failure& failure) {
             lose(failure.remark().text + "; took \"body\" instead");
             return;
