@@ -11,7 +11,6 @@
 
 #include "cli/command.h"
 #include "cli/packet_options.h"
-#include "io/byte_text.h"
 #include "io/catalogue.h"
 #include "io/envelope_losses.h"
 #include "io/input.h"
@@ -21,6 +20,7 @@
 #include "io/line_reader.h"
 #include "io/output.h"
 #include "io/packet.h"
+#include "io/text_form.h"
 #include "io/zstd_frame.h"
 #include "json_helper.h"
 #include "logger.h"
@@ -312,7 +312,7 @@ private:
     [[nodiscard]] std::string written(const std::string& packet) const {
         const std::string& bytes = compress_ ? compressed(packet) : packet;
         if (as_text()) {
-            return (hex_ ? hex_text(bytes) : base64_text(bytes)) + "\n";
+            return write_text_form(hex_ ? TextForm::kHex : TextForm::kBase64, bytes) + "\n";
         }
         return lines_ ? delimited(bytes) : bytes;
     }

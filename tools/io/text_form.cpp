@@ -65,7 +65,39 @@ std::string base64_bytes(const std::string& text, const Place& place) {
     return {reinterpret_cast<const char*>(bytes.get()), length};
 }
 
+std::string hex_text(std::string_view bytes) {
+    constexpr char kDigits[] = "0123456789abcdef";
+    constexpr unsigned kBits = 4;
+    constexpr unsigned kMask = 0xF;
+    std::string text;
+    text.reserve(2 * bytes.size());
+    for (const char c : bytes) {
+        const auto byte = static_cast<unsigned char>(c);
+        text += kDigits[byte >> kBits];
+        text += kDigits[byte & kMask];
+    }
+    return text;
+}
+
+std::string base64_text(std::string_view bytes) {
+    const std::unique_ptr<char, decltype(&g_free)> text(
+        g_base64_encode(reinterpret_cast<const guchar*>(bytes.data()), bytes.size()), g_free);
+    return text.get();
+}
+
 }  // namespace
+
+std::string write_text_form(TextForm form, std::string_view bytes) {
+    switch (form) {
+        case TextForm::kHex:
+            return hex_text(bytes);
+        case TextForm::kBase64:
+            return base64_text(bytes);
+        case TextForm::kNone:
+            break;
+    }
+    return std::string(bytes);
+}
 
 std::string read_text_form(TextForm form, const std::string& text, const Place& place) {
     switch (form) {

@@ -16,6 +16,9 @@ enum class TextForm { kNone, kHex, kBase64 };
 [[nodiscard]] std::string read_text_form(TextForm form, const std::string& text,
                                          const Place& place);
 
+// The text of these bytes, on one line, hexadecimal digits in lower case.
+[[nodiscard]] std::string write_text_form(TextForm form, std::string_view bytes);
+
 }  // namespace vynpkt
 
 #endif  // VYN_TOOLS_IO_TEXT_FORM_H
