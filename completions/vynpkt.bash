@@ -34,7 +34,10 @@ _vynpkt() {
         return
     fi
     case $command in
-        pack) options+=" --body -t --type --new-id --now --status -z --compress -l --lines" ;;
+        pack)
+            options+=" --body -t --type --new-id --now --status -z --compress -l --lines --hex"
+            options+=" --base64 --types --header --lenient"
+            ;;
         unpack)
             options+=" --body -t --type --types --header --keep-body --enum-names -l --lines"
             options+=" --hex --base64 --plain"
