@@ -14,6 +14,7 @@ printf '\x53\x2a\x4d\x18\x01\x00\x00\x00x' >skip
 printf '\x0a\x05ab' >torn
 printf '\x06\x38\x05\x62\x02ab\x06\x38' >damaged
 echo old >kept
+echo "5 Telemetry" >types
 long=$(head -c 8192 /dev/zero | tr '\0' x)
 wide=$(printf 'ü%.0s' {1..40})
 
@@ -25,7 +26,9 @@ while IFS='|' read -r code words text arguments; do
     sed "s/^/$code /" err >>plain
     "$vynpkt" $arguments --json < <(printf '%b' "$text") >out 2>>objects || true
 done <<END
-1|pack: (stdin): the envelope is not JSON (code 3)||pack -o kept
+1|pack: (stdin): the envelope is not JSON: the text is empty (code 3)||pack -o kept
+1|the envelope is not JSON: line 2, column 7: unexpected character (code 3)|{"body":"x",\n "ü": x }|pack
+1|line 2: the envelope is not JSON: column 9: the text ends here (code 3)|{"body":"x"}\n{"body":|pack -l
 1|the envelope has no "body", and there is no --body FILE (code 11)|{}|pack
 1|more text behind the envelope|{"body":"}"} {"body":"y"}|pack
 1|the envelope holds a NUL byte|{"body":"x"}\0|pack
@@ -33,12 +36,33 @@ done <<END
 1|not a JSON object|[1]|pack --body good
 1|line 3: "body" is neither|{"body":"x"}\n\n{"body":[1]}\n{}\n|pack -l -o kept
 4|line 1: "body" is not base64|{"message_type":32768,"body":"*"}\n{"body":"a"}|pack -l
+4|line 1: "message_id": 5 is not a string, so it is left out|{"message_id":5,"body":"x"}|pack -l
+4|"time": 99999999999999999999 is out of range|{"time":99999999999999999999,"body":"x"}|pack
+4|"version": 4294967295 is out of range|{"version":4294967295,"body":"x"}|pack
+4|"message_type": 70000 has more than the 16 bits|{"message_type":70000,"body":"x"}|pack
+4|"device_id": cut to 127 bytes|{"device_id":"$long","body":"x"}|pack
+4|"body": ends at the NUL in it|{"body":"x\\\\u0000y"}|pack
+4|"property_bag.checksum": does not travel|{"property_bag":{"checksum":"x"},"body":"x"}|pack
+4|"property_bag.error_code": "5" is not an integer|{"property_bag":{"error_code":"5"}}|pack --body good
+4|not know: "dev" (did you mean "device_id"?), "property_bag.fil" (|{"dev":1,"property_bag":{"fil":1},"body":"x"}|pack
+4|"packet_status": does not travel|{"packet_status":"LIVE","body":"x"}|pack
+0||{"packet_status":"LIVE","dev":1,"property_bag":{"checksum":"x"},"body":"x"}|pack --lenient
+0||{"packet_status":1,"time":"now","property_bag":{"checksum":"x"},"offset":1}|pack --now --status 1 --body good
+1|not JSON of Header: "ttl": "x" is not an integer of 64 bits|{"ttl":"x"}|pack --header
+4|skipped what Header does not know: "bod" (did you mean "body"?)|{"bod":""}|pack --header
+1|"message_type" 32773 contradicts "type" and "encoding", which make 32774|{"message_type":32773,"type":6,"message":{}}|pack
+1|"name" is Meta, but type 5 is Telemetry|{"type":5,"encoding":2,"name":"Meta"}|pack --types types
+1|line 1: "message" without "name"|{"type":6,"message":{}}|pack -l
+1|line 1: "message": not JSON of Telemetry: "meta": 5 is not an object|{"type":5,"message":{"meta":5}}|pack -l --types types
+4|"body" is not "message"; took "message"|{"type":5,"message":{},"body":"EgA="}|pack --types types
 4|(code 9)|{"property_bag":{"error":"$long"},"body":"x"}|pack
-1|(stdin): "body": not JSON of Meta|{"message_type":32768,"body":{"sequence_no":99999999999999999999}}|pack --type Meta
-1|(stdin): "body": not JSON of Meta|{"message_type":32768,"body":{"vin":1234567890123456789}}|pack --type Meta
+1|(stdin): "body": not JSON of Meta: "sequence_no": "99999999999999999999" is not an integer|{"message_type":32768,"body":{"sequence_no":99999999999999999999}}|pack --type Meta
+1|(stdin): "body": not JSON of Meta: "vin": 1234567890123456789 is not a string|{"message_type":32768,"body":{"vin":1234567890123456789}}|pack --type Meta
 1|; 32773 would be|{"message_type":5,"body":{}}|pack --type Meta
 3|no/out: No such file|{"body":"x"}|pack -o no/out
 2|goes with neither||pack -l -z good
+2|--hex: does not go with --base64||pack --hex --base64
+2|--type: does not go with --header||pack --type Meta --header
 2|comes from standard input already||pack --body -
 2|does not go with --body||pack --type Meta --body x
 1|unpack: torn: not a valid Header (code 8)||unpack torn
@@ -67,23 +91,33 @@ done <<END
 1|empty: not a zstd frame||decompress -o kept
 1|restamp: torn: not a valid Header (code 8)||restamp 1 torn -o kept
 2|LOVE: not a packet status||restamp LOVE
+2|3x: not a packet status||restamp 3x
+3|größe: No such file||unpack größe
 1|damaged at offset 7: a record of 6 bytes, of which 1||show damaged
 1|; this is one packet||show good
 1|; this is a zstd frame||show twice
 1|; this is a packet file||unpack damaged
 2|not KEY=VALUE||show --only x damaged
-2|Could not convert: -n = x||show -n x
+2|show: -n x: not a count; give 0, 1, 2, ...; see "vynpkt show --help"||show -n x
+2|--skip -1: not a count||show --skip -1
+2|--output: given 2 times||show -o x -o y
+2|--count: takes no value||show --count=x
 1|append: (stdin): not a valid Header (code 11)|nonsense|append file
 3|append: .: not a file that can be opened or made for appending (code 12)||append . good
 3|nowhere: No such file||verify nowhere good
 3|.: not a regular file||recover .
 2|would lose||recover damaged -o ./damaged
-2|list: The following argument was not expected: x||list x
+2|list: x: one argument too many||list x
+2|--fils: no such option; did you mean "--files"?||list --fils
 2|the output is the packet file||append -o x file good
 2|PacketStatus: no message||describe --example PacketStatus
 2|15 have that name: Header.system_id, ||describe system_id
-1|encode: (stdin): not JSON of Telemetry|{} {}|encode -t Telemetry
-4|skipped what Meta does not know|{"vim":"5"}|encode -t Meta
+2|encode: --type T: missing||encode
+1|encode: (stdin): not JSON of Telemetry: line 1, column 4: more text|{} {}|encode -t Telemetry
+1|"telemetry[1].data[0].string_value[1]": 5 is not a string|{"telemetry":[{},{"data":[{"string_value":["",5]}]}]}|encode -t Telemetry
+1|line 1, column 9: a byte that is not text|{"vin":"\xff"}|encode -t Meta
+4|not know: "vim" (did you mean "vin"?), "1", "2", "3", "4" and 1 more|{"vim":"5","1":1,"2":1,"3":1,"4":1,"5":1}|encode -t Meta
+4|not know: "telemetry[0].data[0].idd" (|{"telemetry":[{"data":[{"idd":0}]}]}|encode -t Telemetry
 2|StringValue: no such message; see "vynpkt list"||encode -t StringValue
 1|decode: (stdin): not a valid Meta|\x0a\x05ab|decode -t Meta
 4|left out fields that Meta does not know|\x7a\x00|decode -t Meta
@@ -94,7 +128,9 @@ END
 same "--json says the same" plain <(jq -r '"\(.exit_status) vynpkt: " + ([.command, .file] |
     map(values + ": ") | add) + .text + (if .code then " (code \(.code))" else "" end)' objects)
 same "the files in it" <(jq -r .file objects | sort -u) <(printf '%s\n' '(stdin)' . \
-    /dev/zero bomb damaged good no/out nowhere null skip torn twice | sort)
+    /dev/zero bomb damaged good größe no/out nowhere null skip torn twice | sort)
+expect 3 "vynpkt: pack: --json: No such file" -- pack -- --json # a name, not the option
+expect 2 "-n N: the value is missing" -- show -n
 expect 2 "does not go with --json" -- list --files --json
 expect 1 "nothing could be recovered" -- recover torn -o kept
 [ "$(cat kept)" = old ] || fail "a refused run changed the output"

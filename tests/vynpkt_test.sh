@@ -171,6 +171,32 @@ coproc "$vynpkt" unpack -l --base64
 sed 1q lines.base64 >&"${COPROC[1]}"
 read -r -t 10 <&"${COPROC[0]}" || fail "a line is held back"
 
+echo "-- lines from which the same packets come again"
+while read -r packet; do
+    protoc --encode=Header -I "$protos" vyn_header_v3.proto <<<"$packet" | "$vynpkt" append odd -
+done <<'END'
+version: 4294967295 packet_status: LIVE property_bag {} body: "a\000\377" time: -1
+packet_status: 77 property_bag { error_code: 2147483648 ack_required: 1 checksum: "\"'\\/" target: "ü" }
+message_type: 98309 sub_system_id: 4294967295 body: "{}"
+message_type: 32773 body: "\022\002\010\005\022\002\020\007"
+message_type: 32773 body: "\022\003\012\001v\172\002zz"
+message_type: 32768 body: "\"\004\000\000\300\377"
+message_type: 32773 body: "no message" device_id: "x"
+message_type: 32769
+END
+cat stored >>odd
+for style in "--types types" "--types types --keep-body --enum-names" --header "--header --types types --offset"; do
+    # shellcheck disable=SC2046,SC2086
+    { "$vynpkt" show $style odd 2>/dev/null || [ $? -eq 4 ]; } >odd.lines
+    # shellcheck disable=SC2046
+    gives odd pack -l $(grep -oe '--header' -e '--types types' <<<"$style") odd.lines
+done
+for form in --hex "--base64 -z"; do
+    # shellcheck disable=SC2086
+    "$vynpkt" pack -l --header --types types $form odd.lines | "$vynpkt" append -l "${form%% *}" "odd$form"
+    same "pack $form" "odd$form" odd
+done
+
 echo "-- from a broker"
 if ! start_broker; then
     echo "skipped: needs mosquitto and its clients"
