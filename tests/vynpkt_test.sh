@@ -51,23 +51,23 @@ expect 0 "" -- list --files
 same "--files" pairs <(awk '/^ / { print file " " $1; next } { file = $1 }' out | sort)
 types=0
 while read -r file name; do
-    "$vynpkt" describe "$name" >out || fail "describe $name"
-    [ "$(sed 's/ {.*//' out | head -n 2)" = "// $file"$'\n'"message ${name##*.}" ] ||
+    "$vynpkt" describe -r "$name" >out || fail "describe $name"
+    [ "$(sed 's/ {.*//;2q' out)" = "// $file"$'\n'"message ${name##*.}" ] ||
         fail "describe $name: $(cat out)"
-    "$vynpkt" describe --example "$name" >example && "$vynpkt" encode -t "$name" example >body ||
+    cat out >>described
+    sed -nE "s/^  [^ ].* (\w+) = [0-9]+;.*/$name \1/p; /^}/q" out >>fields
+    "$vynpkt" describe --example "$name" >"$name" && "$vynpkt" encode -t "$name" "$name" >body ||
         fail "the example of $name"
     echo "$((++types)) $name # of $file" >>types.txt
     echo "{\"version\":3,\"message_type\":$((32768 + types)),\"property_bag\":{\"checksum\":\"c\"}}" |
-        "$vynpkt" pack --body body -o packet --status $((types % 5))
-    "$vynpkt" append all.dat packet
+        "$vynpkt" pack --body body -o $types.packet --status $((types % 5))
     "$vynpkt" decode -t "$name" body >>all.json
-    grep -q oneof out || diff <(jq -r 'keys_unsorted[]' example) \
-        <(sed -nE 's/^  [^ ].* (\w+) = [0-9]+;.*/\1/p' out) || fail "$name: a field without an example"
-    "$vynpkt" describe -r "$name" >>described
 done <pairs
+"$vynpkt" append all.dat $(seq -f %g.packet $types)
+comm -23 <(sort fields) <(jq -r 'keys[] as $key | "\(input_filename) \($key)"' $(<names) | sort) >lost
 comm -23 <(sed -n 's|^ .*// ||p' "$protos"/*.proto | sort -u) \
-    <(sed -n 's|^ .*// ||p' described | sort -u) >lost
-[ ! -s lost ] || fail "comments that describe does not show: $(cat lost)"
+    <(sed -n 's|^ .*// ||p' described | sort -u) >>lost
+[ ! -s lost ] || fail "fields without an example, comments that are not shown: $(cat lost)"
 expect 0 "" -- describe -r Telemetry
 [ "$(sed -n 's/^[a-z].* \(.*\) {$/\1/p' out | paste -sd' ')" = \
     "Telemetry TelemetryData Meta DataItem PacketStatus" ] || fail "describe -r: $(cat out)"
@@ -165,6 +165,7 @@ done
 for form in hex base64; do expect 0 "" -- append again -l "--$form" - <"lines.$form"; done
 same "append -l" again <(cat stored stored)
 gives <("$vynpkt" unpack text.bin) unpack --hex < <(basenc --base16 -w 60 text.bin)
+VYNPKT_TYPES=nowhere gives typed.json unpack --type Telemetry packet.bin
 expect 4 "line 1: longer than" -- unpack -l --hex < <(head -c 70000000 /dev/zero; echo; cat lines.hex)
 same "the lines behind a long one" out <("$vynpkt" show stored)
 coproc "$vynpkt" unpack -l --base64
