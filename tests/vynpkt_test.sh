@@ -68,9 +68,9 @@ comm -23 <(sort fields) <(jq -r 'keys[] as $key | "\(input_filename) \($key)"' $
 comm -23 <(sed -n 's|^ .*// ||p' "$protos"/*.proto | sort -u) \
     <(sed -n 's|^ .*// ||p' described | sort -u) >>lost
 [ ! -s lost ] || fail "fields without an example, comments that are not shown: $(cat lost)"
-expect 0 "" -- describe -r Telemetry
+for name in Telemetry Header; do "$vynpkt" describe -r "$name"; done >out
 [ "$(sed -n 's/^[a-z].* \(.*\) {$/\1/p' out | paste -sd' ')" = \
-    "Telemetry TelemetryData Meta DataItem PacketStatus" ] || fail "describe -r: $(cat out)"
+    "Telemetry TelemetryData Meta DataItem PacketStatus Header PacketStatus" ] || fail "describe -r"
 gives <(printf '// ota_event.proto\nstring ecu_name = 1;\n') describe EventMessage.Step.ecu_name
 
 echo "-- bodies with names: each message, there and back"
@@ -168,6 +168,7 @@ gives <("$vynpkt" unpack text.bin) unpack --hex < <(basenc --base16 -w 60 text.b
 VYNPKT_TYPES=nowhere gives typed.json unpack --type Telemetry packet.bin
 expect 4 "line 1: longer than" -- unpack -l --hex < <(head -c 70000000 /dev/zero; echo; cat lines.hex)
 same "the lines behind a long one" out <("$vynpkt" show stored)
+[ "$(wc -l <err)" -eq 1 ] || fail "the rest of a long line"
 coproc "$vynpkt" unpack -l --base64
 sed 1q lines.base64 >&"${COPROC[1]}"
 read -r -t 10 <&"${COPROC[0]}" || fail "a line is held back"

@@ -20,7 +20,7 @@ comments there, below the name of its file.
 
 -r goes on with the messages and enums that it uses, each once. --example prints
 a JSON document that "vynpkt encode -t NAME" takes, in which each field is set
-once, of a oneof the first one.
+once, of a oneof the last one.
 
 Examples:
   vynpkt describe Telemetry

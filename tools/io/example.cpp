@@ -16,16 +16,10 @@ namespace {
 using google::protobuf::EnumValueDescriptor;
 using google::protobuf::FieldDescriptor;
 using google::protobuf::Message;
-using google::protobuf::OneofDescriptor;
 using google::protobuf::Reflection;
 
 constexpr double kNumber = 1.5;
 constexpr int64_t kMilliseconds = 1700000000000;
-
-bool is_left_out(const FieldDescriptor& field) {
-    const OneofDescriptor* choice = field.containing_oneof();
-    return choice != nullptr && choice->field(0) != &field;
-}
 
 int64_t whole_number(const FieldDescriptor& field) {
     const bool is_time = std::string(field.name()).find("time") != std::string::npos;
@@ -79,8 +73,7 @@ void fill(Message& message, std::vector<const Descriptor*>& open) {
     open.push_back(&type);
     for (int i = 0; i < type.field_count(); ++i) {
         const FieldDescriptor& field = *type.field(i);
-        if (is_left_out(field) ||
-            std::find(open.begin(), open.end(), field.message_type()) != open.end()) {
+        if (std::find(open.begin(), open.end(), field.message_type()) != open.end()) {
             continue;
         }
         if (field.cpp_type() != FieldDescriptor::CPPTYPE_MESSAGE) {

@@ -8,7 +8,7 @@
 
 namespace vynpkt {
 
-// JSON of the message with each field set: repeated ones to one element, of a oneof the first
+// JSON of the message with each field set: repeated ones to one element, of a oneof the last
 // field. Values are made up of the names and kinds of the fields.
 [[nodiscard]] std::string example_of(const google::protobuf::Descriptor& type);
 
