@@ -13,6 +13,7 @@
 #include "io/packet_file.h"
 #include "io/packet_json.h"
 #include "io/recovery.h"
+#include "io/text_form.h"
 #include "io/zstd_frame.h"
 
 using vyn_fuzz::require;
@@ -110,6 +111,18 @@ void read_packet(const std::string& bytes) {
     }
 }
 
+void read_text(const std::string& bytes) {
+    for (const vynpkt::TextForm form : {vynpkt::TextForm::kHex, vynpkt::TextForm::kBase64}) {
+        const std::string text = vynpkt::write_text_form(form, bytes);
+        require(vynpkt::read_text_form(form, text, {"text"}) == bytes, "as text and back");
+        try {
+            (void)vynpkt::read_text_form(form, bytes, {"text"});
+        } catch (const vynpkt::Failure& failure) {
+            require(failure.remark().file == "text", "a refusal tells the place");
+        }
+    }
+}
+
 void read_json(const std::string& bytes) {
     require(vynpkt::end_of_document(bytes) <= bytes.size(), "a document ends within its text");
     const std::string quoted = vynpkt::with_integers_quoted(bytes);
@@ -133,6 +146,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     recover_twice(bytes);
     read_lines(bytes);
     read_packet(bytes);
+    read_text(bytes);
     read_json(bytes);
     return 0;
 }
