@@ -101,7 +101,7 @@ std::string why_refused(const CLI::App& command, const CLI::ParseError& error) {
         return name_of(*option) + ": given " + std::to_string(option->count()) +
                " times; give it once";
     }
-    const std::string count = wrong_count(command);
+    std::string count = wrong_count(command);
     if (!count.empty()) {
         return count;
     }

@@ -8,6 +8,7 @@
 #include "cli/report.h"
 #include "io/json_document.h"
 #include "io/json_faults.h"
+#include "io/json_text.h"
 #include "vyn_header.h"
 
 namespace vynpkt {
@@ -42,6 +43,12 @@ constexpr Key kKeys[] = {
 
 const char* const kBagKeys[] = {"error_code", "OTT",   "ack_required", "attempt",
                                 "checksum",   "error", "target",       "file"};
+
+const Key* find_key(std::string_view name) {
+    const auto* key = std::find_if(std::begin(kKeys), std::end(kKeys),
+                                   [name](const Key& known) { return name == known.name; });
+    return key == std::end(kKeys) ? nullptr : key;
+}
 
 std::vector<std::string> names_of_keys() {
     std::vector<std::string> names;
@@ -139,9 +146,8 @@ public:
     explicit Losses(const EnvelopeUse& use) : use_(use) {}
 
     void look_at(const std::string& name, const JsonValue& value) {
-        const auto* key = std::find_if(std::begin(kKeys), std::end(kKeys),
-                                       [&name](const Key& known) { return name == known.name; });
-        if (key == std::end(kKeys)) {
+        const Key* key = find_key(name);
+        if (key == nullptr) {
             unknown_.push_back(unknown_word(name, name, names_of_keys()));
         } else if (!value.is(json_type_null) && !is_replaced(name)) {
             add(name, loss_of(key->kind, value));
@@ -186,9 +192,58 @@ private:
     std::vector<std::string> unknown_;
 };
 
+// ---- What is seen at a glance --------------------------------------------------------------------
+
+bool is_short_text(std::string_view value, std::size_t room) {
+    return value.front() == '"' && value.size() < room + 2 &&
+           value.find('\\') == std::string_view::npos;
+}
+
+bool is_short_number(std::string_view value, std::size_t digits) {
+    return value.size() <= digits &&
+           value.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
+// Whether a value, as it stands in the text, surely travels whole.
+bool surely_travels(Kind kind, std::string_view value) {
+    switch (kind) {
+        case Kind::kId:
+            return is_short_text(value, MSG_HDR_ID_SIZE);
+        case Kind::kDevice:
+            return is_short_text(value, MSG_HDR_DEVICE_ID_SIZE);
+        case Kind::kInt32:
+            return is_short_number(value, 9);
+        case Kind::kWord:
+            return is_short_number(value, 5) && (value.size() < 5 || value <= "65535");
+        case Kind::kInt64:
+            return is_short_number(value, 18);
+        case Kind::kBody:
+            return value.front() == '"' && value.find("\\u0000") == std::string_view::npos;
+        case Kind::kPosition:
+            return true;
+        case Kind::kBag:
+        case Kind::kStatus:
+            break;
+    }
+    return false;
+}
+
+// True of most envelopes, which need not be parsed once more then.
+bool surely_travels(std::string_view envelope) {
+    std::vector<JsonMember> members;
+    return split_object(envelope, members) &&
+           std::all_of(members.begin(), members.end(), [](const JsonMember& member) {
+               const Key* key = find_key(member.key);
+               return key != nullptr && surely_travels(key->kind, member.value);
+           });
+}
+
 }  // namespace
 
 std::vector<std::string> envelope_losses(const std::string& envelope, const EnvelopeUse& use) {
+    if (surely_travels(envelope)) {
+        return {};
+    }
     const JsonDocument document(envelope);
     Losses losses(use);
     for (const auto& [key, value] : document.root().members()) {

@@ -27,6 +27,12 @@ bool is_wrapper(const Descriptor& type) {
            type.full_name().compare(0, sizeof kPackage - 1, kPackage) == 0;
 }
 
+// The field whose value stands for this one's in JSON.
+const FieldDescriptor& value_field(const FieldDescriptor& field) {
+    const Descriptor* type = field.message_type();
+    return type != nullptr && is_wrapper(*type) ? *type->field(0) : field;
+}
+
 // The messages in a field, or null when its values are no objects with keys of a schema.
 const Descriptor* messages_in(const FieldDescriptor& field) {
     const Descriptor* type = field.message_type();
@@ -51,7 +57,8 @@ std::string joined(const std::string& path, std::size_t index) {
     return path + "[" + std::to_string(index) + "]";
 }
 
-std::string expected_one(const FieldDescriptor& field) {
+std::string expected_one(const FieldDescriptor& outer) {
+    const FieldDescriptor& field = value_field(outer);
     switch (field.cpp_type()) {
         case FieldDescriptor::CPPTYPE_INT32:
             return "an integer of 32 bits";
@@ -73,9 +80,7 @@ std::string expected_one(const FieldDescriptor& field) {
         case FieldDescriptor::CPPTYPE_MESSAGE:
             break;
     }
-    const Descriptor& type = *field.message_type();
-    return is_wrapper(type) ? expected_one(*type.field(0))
-                            : "an object, " + std::string(type.full_name());
+    return "an object, " + std::string(field.message_type()->full_name());
 }
 
 std::string not_expected(const std::string& path, const JsonValue& value,
@@ -215,6 +220,7 @@ private:
             return;
         }
         std::vector<std::string> names;
+        names.reserve(static_cast<std::size_t>(type.value_count()));
         for (int i = 0; i < type.value_count(); ++i) {
             names.emplace_back(type.value(i)->name());
         }
