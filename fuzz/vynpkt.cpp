@@ -6,6 +6,7 @@
 #include "cli/report.h"
 #include "fuzz.h"
 #include "io/catalogue.h"
+#include "io/envelope_losses.h"
 #include "io/json_packet.h"
 #include "io/json_text.h"
 #include "io/line_reader.h"
@@ -127,6 +128,7 @@ void read_json(const std::string& bytes) {
     require(vynpkt::end_of_document(bytes) <= bytes.size(), "a document ends within its text");
     const std::string quoted = vynpkt::with_integers_quoted(bytes);
     require(vynpkt::with_integers_quoted(quoted) == quoted, "integers are quoted once");
+    (void)vynpkt::envelope_losses(bytes, {});
     for (const char* name : {"Telemetry", "OtaManifestEcu", "EventMessage"}) {
         try {
             const vynpkt::Descriptor& type = vynpkt::find_message(name);
