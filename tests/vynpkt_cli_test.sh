@@ -102,6 +102,7 @@ done <<END
 2|--skip -1: not a count||show --skip -1
 2|--output: given 2 times||show -o x -o y
 2|--count: takes no value||show --count=x
+2|--now: takes no value||pack --now=3
 1|append: (stdin): not a valid Header (code 11)|nonsense|append file
 3|append: .: not a file that can be opened or made for appending (code 12)||append . good
 3|nowhere: No such file||verify nowhere good

@@ -62,11 +62,6 @@ bool is_given_twice(const CLI::Option& option) {
            static_cast<int>(option.count()) > option.get_items_expected_max();
 }
 
-bool is_flag_with_value(const CLI::Option& option) {
-    return option.get_items_expected_max() == 0 && !option.empty() &&
-           option.results().front() != "true";
-}
-
 bool is_missing(const CLI::Option& option) { return option.get_required() && option.empty(); }
 
 bool is_count(const std::string& text) {
@@ -78,13 +73,13 @@ bool is_count(const std::string& text) {
 
 }  // namespace
 
-std::string wrong_count(const CLI::App& command) {
+std::string wrong_value(const CLI::App& command) {
     for (const CLI::Option* option : command.get_options()) {
-        if (option->get_type_name() != kCount) {
-            continue;
-        }
         for (const std::string& text : option->results()) {
-            if (!is_count(text)) {
+            if (option->get_items_expected_max() == 0 && text != "true" && text != "false") {
+                return name_of(*option) + ": takes no value";
+            }
+            if (option->get_type_name() == kCount && !is_count(text)) {
                 return name_of(*option) + " " + text + ": not a count; give 0, 1, 2, ...";
             }
         }
@@ -101,12 +96,9 @@ std::string why_refused(const CLI::App& command, const CLI::ParseError& error) {
         return name_of(*option) + ": given " + std::to_string(option->count()) +
                " times; give it once";
     }
-    std::string count = wrong_count(command);
-    if (!count.empty()) {
-        return count;
-    }
-    if (const CLI::Option* option = find_option(command, is_flag_with_value)) {
-        return name_of(*option) + ": takes no value";
+    std::string wrong = wrong_value(command);
+    if (!wrong.empty()) {
+        return wrong;
     }
     if (const CLI::Option* option = named_option(command, error.what())) {
         return with_value(*option) + ": the value is missing";

@@ -14,9 +14,9 @@ namespace vynpkt {
 // For arguments that CLI11 refuses.
 [[nodiscard]] std::string why_refused(const CLI::App& command, const CLI::ParseError& error);
 
-// For arguments that it takes: it would read "-1" as a very large count, and "010" as eight. Empty
-// when nothing is wrong.
-[[nodiscard]] std::string wrong_count(const CLI::App& command);
+// For arguments that it takes: it reads "-1" as a very large count, "010" as eight, and "--now=3" as
+// "--now". Empty when nothing is wrong.
+[[nodiscard]] std::string wrong_value(const CLI::App& command);
 
 }  // namespace vynpkt
 

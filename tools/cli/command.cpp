@@ -21,7 +21,7 @@ std::string Command::name() const { return arguments_.get_name(); }
 bool Command::chosen() const { return arguments_.parsed(); }
 
 std::string Command::wrong_arguments(const CLI::ParseError* error) const {
-    return error != nullptr ? why_refused(arguments_, *error) : wrong_count(arguments_);
+    return error != nullptr ? why_refused(arguments_, *error) : wrong_value(arguments_);
 }
 
 void Command::add_input(std::string& path, const char* description) {

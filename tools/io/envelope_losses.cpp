@@ -138,7 +138,11 @@ std::string bag_member_loss(const std::string& key, const JsonValue& value, bool
         return value.is(json_type_string) ? text_loss(value, MSG_HDR_BAG_SIZE)
                                           : value.words() + " is not a string, so it is left out";
     }
-    return value.is_default() ? "" : "does not travel without --header";
+    if (value.is_default()) {
+        return "";
+    }
+    return key == "OTT" ? "does not travel, since Header has no field for it"
+                        : "does not travel without --header";
 }
 
 class Losses {

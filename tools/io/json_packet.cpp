@@ -71,7 +71,8 @@ public:
     JsonPacket read(const std::string& json) {
         Members members;
         if (!split_object(json, members)) {
-            refuse("not a JSON object");
+            const std::string fault = syntax_fault(json, !place_.part.empty(), true);
+            refuse(fault.empty() ? "not a JSON object" : "not strict JSON: " + fault);
         }
         read_header(members);
         agree_on_type();
