@@ -32,6 +32,26 @@ with exit code 4. No packet is too long then. "vynpkt types" tells more of FILE.
 --header prints Header itself, with all that an envelope leaves out, in the form
 of "decode". "pack -l" with the same option makes the same packets again.
 
+--only selects packets, and may be given several times: all must hold. In place
+of "=" may stand != < <= > >= and "~" for a regular expression, as "grep -E"
+takes it. KEY is a field of Header, as "device_id" or "property_bag.error", or
+one of type (without the encoding), encoding, status, body_length, offset and
+length; with --types also name, unknown_fields, and a field of the message, as
+"message.meta.vin" or, of a map, "message.configuration.KEY". A repeated field
+holds when one of its elements does, a field that is not there does not; "!=" is
+the opposite of "=". "version" is the packet's own. Times are milliseconds, or
+as 2026-11-01T00:00:00Z. A binary body is compared as base64, an enum by name or
+number.
+
+--csv and --tsv print a table with a line of names; the columns are keys as of
+--only, and "message". Cells of CSV are quoted as RFC 4180 says, in lines that
+end in a newline; TSV has \t \n \r \\ for these characters. What is not there is
+an empty cell, a message or a repeated field is JSON. With --each, each element
+of that field is a row, and columns within the field are those of the element.
+
+--summary counts packets and their bytes by type, device_id and status, with the
+first and the last time; beyond 50000 such groups, the rest counts as "others".
+
 --skip and -n count the packets that --only selects. With --offset, each object
 also tells where its record begins and the length of its packet.
 
@@ -44,8 +64,13 @@ and the run ends with exit code 1; a file named with -o stays as it was.
 Examples:
   vynpkt show packets.dat
   vynpkt show --types types.txt packets.dat | jq .message
-  vynpkt show --only message_type=5 -n 10 packets.dat | jq .body
+  vynpkt show --only type=5 -n 10 packets.dat | jq .body
+  vynpkt show --only 'time>=2026-11-01T00:00:00Z' --only 'body~err' packets.dat
   vynpkt show --only message_type=5 --records packets.dat -o some.dat
+  vynpkt show --csv time,device_id,status,body_length packets.dat
+  vynpkt show --types types.txt --tsv time,message.meta.vin packets.dat
+  vynpkt show --types types.txt --each message.telemetry --csv time packets.dat
+  vynpkt show --summary packets.dat
   vynpkt show --offset packets.dat | jq -c '[.offset, .message_id]'
   vynpkt show --header packets.dat | vynpkt pack -l --header -o same.dat
   vynpkt show --count packets.dat)";
@@ -201,6 +226,7 @@ private:
             line_.json.clear();
             table_->append_rows(packet, line_.json);
             out.append(line_.json);
+            tell_of_wrong_body(packet, file, out);
         } else {
             print(packet, file, out);
         }
@@ -219,6 +245,17 @@ private:
                   "too many different groups: " + std::to_string(summary.left_over()) +
                       " packets are counted together as others"});
         }
+    }
+
+    // What a table shows of the body, it lacks then.
+    void tell_of_wrong_body(PacketContents& packet, const PacketFile& file, Output& out) {
+        line_.losses.clear();
+        if (table_->shows_messages() && packet.descriptor() != nullptr &&
+            packet.message() == nullptr) {
+            line_.losses.push_back(
+                {"body: not a valid " + std::string(packet.descriptor()->full_name()), {}});
+        }
+        tell_losses(packet, file, out);
     }
 
     void tell_losses(const PacketContents& packet, const PacketFile& file, Output& out) {

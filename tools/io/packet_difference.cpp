@@ -1,23 +1,46 @@
 #include "io/packet_difference.h"
 
+#include <google/protobuf/descriptor.pb.h>
+#include <google/protobuf/unknown_field_set.h>
 #include <google/protobuf/util/field_comparator.h>
 #include <google/protobuf/util/message_differencer.h>
 
+#include "io/message_json.h"
 #include "io/packet_keys.h"
 
 namespace vynpkt {
 namespace {
 
+using google::protobuf::UnknownField;
 using google::protobuf::util::DefaultFieldComparator;
 using google::protobuf::util::MessageDifferencer;
 
-// The wrapper stands for its one field, as in JSON.
-bool is_of_wrapper(const FieldDescriptor& field) {
-    return field.containing_type()->file()->name() == "google/protobuf/wrappers.proto";
+// The wrapper stands for its one field, as in JSON, and the key of a map for its value.
+bool is_silent(const FieldDescriptor& field) {
+    const Descriptor& type = *field.containing_type();
+    return type.file()->name() == "google/protobuf/wrappers.proto" || type.options().map_entry();
 }
 
 bool is_of_envelope(const FieldDescriptor& field) {
     return field.containing_type()->file() == Header::descriptor()->file();
+}
+
+// What can be told without the schema.
+std::string json_of(const UnknownField& field) {
+    std::string json;
+    switch (field.type()) {
+        case UnknownField::TYPE_VARINT:
+            return std::to_string(field.varint());
+        case UnknownField::TYPE_FIXED32:
+            return std::to_string(field.fixed32());
+        case UnknownField::TYPE_FIXED64:
+            return std::to_string(field.fixed64());
+        case UnknownField::TYPE_LENGTH_DELIMITED:
+            append_base64(json, field.length_delimited());
+            return json;
+        default:
+            return "{}";
+    }
 }
 
 // Takes down what protobuf finds when it compares two messages.
@@ -25,20 +48,20 @@ class Notes : public MessageDifferencer::Reporter {
 public:
     using Path = std::vector<MessageDifferencer::SpecificField>;
 
-    Notes(std::string prefix, bool enum_names, std::vector<FieldDifference>& found)
-        : prefix_(std::move(prefix)), enum_names_(enum_names), found_(found) {}
+    Notes(const Message& a, const Message& b, bool enum_names, std::vector<FieldDifference>& found)
+        : a_(a), b_(b), enum_names_(enum_names), found_(found) {}
 
     void ReportAdded(const Message& a, const Message& b, const Path& path) override {
-        take_down(path, default_of(a, path), value_of(b, path, false));
+        take_down(name_of(path, false), default_of(a, path), value_of(b, path, false));
     }
     void ReportDeleted(const Message& a, const Message& b, const Path& path) override {
-        take_down(path, value_of(a, path, true), default_of(b, path));
+        take_down(name_of(path, true), value_of(a, path, true), default_of(b, path));
     }
     void ReportModified(const Message& a, const Message& b, const Path& path) override {
         const FieldDescriptor* field = path.back().field;
         // Of messages, the fields that differ were told before.
         if (field == nullptr || field->message_type() == nullptr) {
-            take_down(path, value_of(a, path, true), value_of(b, path, false));
+            take_down(name_of(path, true), value_of(a, path, true), value_of(b, path, false));
         }
     }
     void ReportMoved(const Message&, const Message&, const Path&) override {}
@@ -46,34 +69,60 @@ public:
 private:
     using Text = std::optional<std::string>;
 
-    void take_down(const Path& path, const Text& a, const Text& b) {
-        found_.push_back({prefix_ + name_of(path), a, b});
+    void take_down(const std::string& name, const Text& a, const Text& b) {
+        found_.push_back({name, a, b});
     }
 
-    static std::string name_of(const Path& path) {
-        std::string name;
+    // As keys of packets are: an entry of a map is named by its key.
+    [[nodiscard]] std::string name_of(const Path& path, bool in_a) const {
+        const Message* at = in_a ? &a_ : &b_;
+        std::string name = at->GetDescriptor() == Header::descriptor() ? "" : ".message";
         for (const MessageDifferencer::SpecificField& step : path) {
-            if (step.field != nullptr && is_of_wrapper(*step.field)) {
-                continue;
+            const int index = in_a ? step.index : step.new_index;
+            if (step.field != nullptr && step.field->message_type() != nullptr) {
+                at = message_at(*at, *step.field, index);
             }
-            name += name.empty() ? "" : ".";
-            name += step.field == nullptr
-                        ? "(field " + std::to_string(step.unknown_field_number) + ")"
-                        : std::string(step.field->name());
-            if (step.field != nullptr && step.field->is_repeated()) {
-                name += "[" + std::to_string(step.index >= 0 ? step.index : step.new_index) + "]";
-            }
+            name += name_of(step, *at, index);
         }
-        return name;
+        return name.substr(1);
+    }
+
+    static std::string name_of(const MessageDifferencer::SpecificField& step,
+                               const Message& message, int index) {
+        if (step.field == nullptr) {
+            return ".(field " + std::to_string(step.unknown_field_number) + ")";
+        }
+        return (is_silent(*step.field) ? "" : "." + std::string(step.field->name())) +
+               (step.field->is_repeated() ? which(*step.field, message, index) : "");
+    }
+
+    // The message is the element, if the field holds messages.
+    static std::string which(const FieldDescriptor& field, const Message& message, int index) {
+        if (!field.is_map()) {
+            return "[" + std::to_string(index) + "]";
+        }
+        std::string key = ".";
+        append_plain(key, read_value(message, *message.GetDescriptor()->FindFieldByNumber(1), -1),
+                     false);
+        return key;
+    }
+
+    static const Message* message_at(const Message& message, const FieldDescriptor& field,
+                                     int index) {
+        const auto& reflection = *message.GetReflection();
+        return field.is_repeated() ? &reflection.GetRepeatedMessage(message, &field, index)
+                                   : &reflection.GetMessage(message, &field);
     }
 
     [[nodiscard]] Text value_of(const Message& message, const Path& path, bool is_a) const {
         const MessageDifferencer::SpecificField& last = path.back();
         if (last.field == nullptr) {
-            return {};
+            const auto* fields = is_a ? last.unknown_field_set1 : last.unknown_field_set2;
+            return json_of(
+                fields->field(is_a ? last.unknown_field_index1 : last.unknown_field_index2));
         }
         const int index = is_a ? last.index : last.new_index;
-        return json_of(message, *last.field, last.field->is_repeated() ? index : -1);
+        return json_of_field(message, *last.field, last.field->is_repeated() ? index : -1);
     }
 
     // A field without a value still has its default, unless it can be absent.
@@ -82,11 +131,11 @@ private:
         const bool can_be_absent = field == nullptr || field->is_repeated() ||
                                    field->message_type() != nullptr ||
                                    field->containing_oneof() != nullptr;
-        return can_be_absent ? Text() : json_of(message, *field, -1);
+        return can_be_absent ? Text() : json_of_field(message, *field, -1);
     }
 
-    [[nodiscard]] std::string json_of(const Message& message, const FieldDescriptor& field,
-                                      int index) const {
+    [[nodiscard]] std::string json_of_field(const Message& message, const FieldDescriptor& field,
+                                            int index) const {
         const Value value = read_value(message, field, index);
         const bool is_number =
             value.kind == Value::Kind::kSigned || value.kind == Value::Kind::kUnsigned;
@@ -99,12 +148,15 @@ private:
         return json;
     }
 
-    std::string prefix_;
+    const Message& a_;
+    const Message& b_;
     bool enum_names_;
     std::vector<FieldDifference>& found_;
 };
 
-void compare(const Message& a, const Message& b, const FieldDescriptor* ignored, Notes& notes) {
+void compare(const Message& a, const Message& b, const FieldDescriptor* ignored, bool enum_names,
+             std::vector<FieldDifference>& found) {
+    Notes notes(a, b, enum_names, found);
     DefaultFieldComparator comparator;
     comparator.set_treat_nan_as_equal(true);
     MessageDifferencer differencer;
@@ -120,16 +172,13 @@ void compare(const Message& a, const Message& b, const FieldDescriptor* ignored,
 
 std::vector<FieldDifference> differences(PacketContents& a, PacketContents& b, bool enum_names) {
     const FieldDescriptor* body = Header::descriptor()->FindFieldByNumber(Header::kBodyFieldNumber);
+    std::vector<FieldDifference> found;
     const bool same_type =
         a.descriptor() == b.descriptor() && a.message() != nullptr && b.message() != nullptr;
-    std::vector<FieldDifference> found;
-    Notes in_message("message.", enum_names, found);
     if (same_type) {
-        compare(*a.message(), *b.message(), nullptr, in_message);
+        compare(*a.message(), *b.message(), nullptr, enum_names, found);
     }
-    const bool told = !found.empty();
-    Notes in_header("", enum_names, found);
-    compare(a.header(), b.header(), told ? body : nullptr, in_header);
+    compare(a.header(), b.header(), found.empty() ? nullptr : body, enum_names, found);
     return found;
 }
 

@@ -11,7 +11,7 @@
 namespace vynpkt {
 
 struct FieldDifference {
-    std::string path;              // as "message.data[2].id"
+    std::string path;              // as keys are, with indices: "message.data[2].id"
     std::optional<std::string> a;  // as JSON; none where there is no such field
     std::optional<std::string> b;
 };

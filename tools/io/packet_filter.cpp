@@ -105,6 +105,7 @@ std::optional<Number> read_for(const FieldDescriptor* field, const std::string& 
 std::string why_no_value(const FieldDescriptor* field, const std::string& text) {
     if (field != nullptr && field->enum_type() != nullptr) {
         std::vector<std::string> names;
+        names.reserve(static_cast<std::size_t>(field->enum_type()->value_count()));
         for (int i = 0; i < field->enum_type()->value_count(); ++i) {
             names.emplace_back(field->enum_type()->value(i)->name());
         }
@@ -123,9 +124,16 @@ bool is_signed_in_envelope(const FieldDescriptor* field) {
            field->cpp_type() == FieldDescriptor::CPPTYPE_UINT32;
 }
 
-[[noreturn]] void refuse_message(const std::string& key, const std::string& part) {
-    throw Failure(ExitCode::kUsage, key,
-                  "a message as a whole: name a field of it, as in \"" + key + "." + part + "\"");
+bool is_message(const FieldDescriptor* field) {
+    return field != nullptr && field->message_type() != nullptr;
+}
+
+std::string why_not_as_a_whole(const std::string& key, const FieldDescriptor* field) {
+    const std::string part = field == nullptr || field->message_type()->field_count() == 0 ? "FIELD"
+                             : field->is_map()
+                                 ? "KEY"
+                                 : std::string(field->message_type()->field(0)->name());
+    return "a message as a whole: name a field of it, as in \"" + key + "." + part + "\"";
 }
 
 bool is_text(const FieldDescriptor* field) {
@@ -223,38 +231,44 @@ PacketFilter::PacketFilter(const std::string& text, const MessageTypes& types)
 
 PacketFilter::PacketFilter(const Parts& parts, const MessageTypes& types)
     : key_(parts.key, types), op_(parts.op), text_(parts.value) {
-    if (key_.is_whole_message()) {
-        refuse_message(key_.text(), "FIELD");
-    }
-    for (const FieldDescriptor* field : key_.fields()) {
-        if (field->message_type() != nullptr) {
-            refuse_message(key_.text(),
-                           field->is_map() ? "KEY" : field->message_type()->field(0)->name());
-        }
-        prepare(field);
-    }
-    if (key_.fields().empty() && !key_.is_name()) {
-        prepare(nullptr);
-    }
     if (op_ == Operator::kMatch) {
         prepare_regex();
     }
+    std::vector<const FieldDescriptor*> fields = key_.fields();
+    if (fields.empty()) {
+        fields.push_back(nullptr);
+    }
+    // Messages may have fields of one name and several types, so one that takes the value is enough.
+    std::string reason;
+    bool usable = false;
+    for (const FieldDescriptor* field : fields) {
+        usable = prepare(field, reason) || usable;
+    }
+    if (!usable) {
+        throw Failure(ExitCode::kUsage, key_.text(), reason);
+    }
 }
 
-void PacketFilter::prepare(const FieldDescriptor* field) {
-    if (is_text(field) || op_ == Operator::kMatch) {
-        return;
+// Says why not, if the field cannot be compared with the value.
+bool PacketFilter::prepare(const FieldDescriptor* field, std::string& reason) {
+    if (is_message(field) || key_.is_whole_message()) {
+        reason = why_not_as_a_whole(key_.text(), field);
+        return false;
+    }
+    if (is_text(field) || key_.is_name() || op_ == Operator::kMatch) {
+        return true;
     }
     std::optional<Number> number = read_for(field, text_);
     const bool for_equality = op_ == Operator::kEqual || op_ == Operator::kNotEqual;
     if (number && for_equality && is_signed_in_envelope(field)) {
         number = number->of_32_bits();
     }
-    if (!number) {
-        throw Failure(ExitCode::kUsage, key_.text(),
-                      "\"" + text_ + "\" is " + why_no_value(field, text_));
+    if (number) {
+        numbers_.emplace_back(field, *number);
+    } else {
+        reason = "\"" + text_ + "\" is " + why_no_value(field, text_);
     }
-    numbers_.emplace_back(field, *number);
+    return number.has_value();
 }
 
 void PacketFilter::prepare_regex() {

@@ -63,7 +63,7 @@ private:
     PacketFilter(const Parts& parts, const MessageTypes& types);
     static Parts split(const std::string& text);
 
-    void prepare(const FieldDescriptor* field);
+    [[nodiscard]] bool prepare(const FieldDescriptor* field, std::string& reason);
     void prepare_regex();
     [[nodiscard]] bool holds(const Value& value);
     [[nodiscard]] bool holds_for_number(const Value& value) const;

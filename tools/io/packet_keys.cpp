@@ -42,6 +42,15 @@ void append_enum(std::string& out, const Value& value, bool by_name) {
     }
 }
 
+// JSON of a field, or of a message as a whole.
+void append_part(std::string& out, const Value& value, bool enum_names) {
+    if (value.field != nullptr) {
+        append_value(out, *value.message, *value.field, value.index, enum_names);
+    } else {
+        append_message(out, *value.message, {enum_names});
+    }
+}
+
 // Reads fields with one function for those that are repeated and those that are not.
 class FieldReader {
 public:
@@ -135,7 +144,7 @@ bool is_wrapper(const FieldDescriptor& field) {
 
 std::string take_part(std::string_view& names) {
     const std::size_t dot = std::min(names.find('.'), names.size());
-    const std::string part(names.substr(0, dot));
+    std::string part(names.substr(0, dot));
     names.remove_prefix(std::min(dot + 1, names.size()));
     return part;
 }
@@ -248,17 +257,15 @@ void append_plain(std::string& out, const Value& value, bool enum_names) {
             return;
         }
         case Value::Kind::kMessage:
-            return append_json(out, value, enum_names);
+            return append_part(out, value, enum_names);
     }
 }
 
 void append_json(std::string& out, const Value& value, bool enum_names) {
     if (value.kind == Value::Kind::kText) {
         append_text(out, value.text);
-    } else if (value.field != nullptr) {
-        append_value(out, *value.message, *value.field, value.index, enum_names);
-    } else if (value.kind == Value::Kind::kMessage) {
-        append_message(out, *value.message, {enum_names});
+    } else if (value.message != nullptr) {
+        append_part(out, value, enum_names);
     } else {
         append_plain(out, value, enum_names);
     }

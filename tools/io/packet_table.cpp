@@ -74,6 +74,12 @@ void PacketTable::set_each(const std::string& text, const MessageTypes& types) {
     }
 }
 
+bool PacketTable::shows_messages() const {
+    return each_ || std::any_of(columns_.begin(), columns_.end(), [](const PacketKey& column) {
+               return column.is_whole_message() || !column.paths().empty();
+           });
+}
+
 void PacketTable::append_header(std::string& out) const {
     for (std::size_t i = 0; i < columns_.size(); ++i) {
         if (i > 0) {
@@ -198,24 +204,31 @@ void PacketTable::write_values(const std::vector<Value>& values, const FieldPath
 }
 
 void PacketTable::write_list(const std::vector<Value>& values, bool is_map) {
-    cell_ += is_map ? '{' : '[';
-    const std::size_t begin = cell_.size();
+    std::vector<std::string> texts;
     for (const Value& value : values) {
-        if (cell_.size() > begin) {
-            cell_ += ',';
-        }
+        std::string& text = texts.emplace_back();
         if (is_map) {
-            const Message& entry = *message_of(value);
-            const Descriptor& type = *entry.GetDescriptor();
-            std::string key;
-            append_plain(key, read_value(entry, *type.FindFieldByNumber(1), -1), false);
-            cell_ += json_text(key) + ':';
-            append_json(cell_, read_value(entry, *type.FindFieldByNumber(2), -1), enum_names_);
+            write_entry(*message_of(value), text);
         } else {
-            append_json(cell_, value, enum_names_);
+            append_json(text, value, enum_names_);
         }
     }
+    if (is_map) {
+        std::sort(texts.begin(), texts.end());  // entries of a map have no order
+    }
+    cell_ += is_map ? '{' : '[';
+    for (const std::string& text : texts) {
+        cell_ += (&text == &texts.front() ? "" : ",") + text;
+    }
     cell_ += is_map ? '}' : ']';
+}
+
+void PacketTable::write_entry(const Message& entry, std::string& text) const {
+    const Descriptor& type = *entry.GetDescriptor();
+    std::string key;
+    append_plain(key, read_value(entry, *type.FindFieldByNumber(1), -1), false);
+    text += json_text(key) + ':';
+    append_json(text, read_value(entry, *type.FindFieldByNumber(2), -1), enum_names_);
 }
 
 // The status of a packet is always told by its name.

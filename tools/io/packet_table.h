@@ -27,6 +27,8 @@ public:
     // Throws a usage error for keys that are not there. The types must stay.
     PacketTable(const Options& options, const MessageTypes& types);
 
+    // Whether it has columns or rows of what is in a body.
+    [[nodiscard]] bool shows_messages() const;
     // Appends the line with the names of the columns.
     void append_header(std::string& out) const;
     // Appends the rows of a packet.
@@ -49,6 +51,7 @@ private:
     [[nodiscard]] bool write_from_element(const FieldPath& path);
     void write_values(const std::vector<Value>& values, const FieldPath* path, std::size_t from);
     void write_list(const std::vector<Value>& values, bool is_map);
+    void write_entry(const Message& entry, std::string& text) const;
     void write_value(const Value& value);
 
     Form form_;
