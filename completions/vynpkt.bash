@@ -18,10 +18,11 @@ _vynpkt() {
     local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]}
     local command=${COMP_WORDS[1]} statuses="NONE HISTORY TRANSIT LIVE ABNORMAL"
     local options="-h --help -o --output -v --verbose --json"
-    local commands="pack unpack compress decompress show append verify recover list describe
-        encode decode checksum restamp"
+    local commands="pack unpack compress decompress show append verify recover diff list describe
+        encode decode types checksum restamp"
     local keys="message_id= correlation_id= version= system_id= sub_system_id= device_id=
-        message_type= target_id= ttl= time="
+        message_type= target_id= ttl= time= property_bag. body= type= encoding= status= body_length=
+        offset= length= name= unknown_fields= message."
     COMPREPLY=()
     # Bash takes the "=" of --status=LIVE for a word of its own.
     if [[ $before == --* && $word == = ]]; then
@@ -46,15 +47,16 @@ _vynpkt() {
         describe) options+=" -r --recursive --example" ;;
         show)
             options+=" -n --skip --only --types --header --keep-body --enum-names --offset
-                --records --count -f --follow"
+                --csv --tsv --each --summary --records --count -f --follow"
             ;;
+        diff) options+=" --types --enum-names" ;;
         list) options+=" --files" ;;
         encode | decode) options+=" -t --type" ;;
     esac
     case $before in
         -t | --type) _vynpkt_words "$(_vynpkt_messages)" "$word" && return ;;
         --status) _vynpkt_words "$statuses" "$word" && return ;;
-        -n | --skip) return ;;
+        -n | --skip | --csv | --tsv | --each) return ;;
         --only)
             compopt -o nospace 2>/dev/null
             _vynpkt_words "$keys" "$word" && return
