@@ -103,6 +103,20 @@ done <<END
 2|--output: given 2 times||show -o x -o y
 2|--count: takes no value||show --count=x
 2|--now: takes no value||pack --now=3
+2|"statu": no such key; did you mean "status"?||show --only statu=1 damaged
+2|time: "x" is neither a number nor a time||show --only time>x damaged
+2|no value of PacketStatus; did you mean "LIVE"?||show --only status=liv damaged
+2|is no regular expression: Unmatched (||show --only body~( damaged
+2|name a field of it, as in "property_bag.error_code"||show --only property_bag=1 damaged
+2|needs --types FILE||show --csv message.x damaged
+2|"message.meta.vim": no such key; did you mean "message.meta.vin"?||show --types types --csv message.meta.vim damaged
+2|only one of --csv, ||show --csv type --count damaged
+2|--each time: not a repeated field||show --csv type --each time damaged
+3|diff: damaged: damaged at offset 7||diff damaged damaged
+2|must be regular||diff - damaged
+1|types: (stdin): line 3: 7 is Meta already|7 Meta\n\n7 Trip|types
+1|line 1: 16384 is more than the largest message type|16384 Meta|types
+1|line 1: Telemetri: no such message; did you mean "Telemetry"?|5 Telemetri|types
 1|append: (stdin): not a valid Header (code 11)|nonsense|append file
 3|append: .: not a file that can be opened or made for appending (code 12)||append . good
 3|nowhere: No such file||verify nowhere good

@@ -48,6 +48,75 @@ expect 4 '"error"' -- show with_big
 [ "$(jq -s length out)" -eq 7 ] || fail "the record that does not become JSON"
 (trap '' XFSZ; ulimit -f 1; expect 3 "(code 7)" -- append with_big packet)
 
+echo "-- find: what jq finds in all of it"
+printf '%s\n' "6 Telemetry" "7 DeviceProvisionRequest" "1 Meta" >types
+export VYNPKT_TYPES=types
+cat >messages <<'END'
+{"message_id":"t","message_type":32774,"ttl":-1,"time":1793491200001,"device_id":"a, \"b\"","sub_system_id":-1,"property_bag":{"error_code":7,"error":"no"},"packet_status":"LIVE","message":{"meta":{"vin":"WVN 1","sequence_no":"18446744073709551615","packet_status":3},"telemetry":[{"time":"1793491200500","data":[{"id":1,"string_value":["a\tb","\"\\"]},{"id":-2,"double_array_value":[0.1,1e300]}]},{"data":[{"id":3,"float_array_value":[0.1,16777216]}]}]}}
+{"message_type":32775,"message":{"configuration":{"a.b":"1","c":""},"chipsets":[{},{}],"vin":"x"}}
+END
+"$vynpkt" pack -l messages -o sent
+cat file sent >found
+expect 0 "" -- show --offset --keep-body found
+mv out all
+leaves='paths(scalars) as $p | {key: ($p | map(strings) | join(".")), value: (getpath($p) | tostring)}'
+jq -c "$leaves" all | sort -u >leaves
+while read -r leaf; do
+    expect 0 "" -- show --offset --only "$(jq -r '"\(.key)=\(.value)"' <<<"$leaf")" found
+    same "$leaf" <(jq .offset out) \
+        <(jq --argjson leaf "$leaf" "select(any($leaves; . == \$leaf)).offset" all)
+done <leaves
+while IFS='|' read -r only filter; do
+    # shellcheck disable=SC2086
+    expect 0 "" -- show --offset $only found
+    same "$only" <(jq .offset out) <(jq "select($filter).offset" all)
+done <<'END'
+--only time>=2026-11-01T01:00:00.001+01:00|.time >= 1793491200001
+--only time>1793491200000.5 --only type!=1|.time > 1793491200000
+--only message.meta.sequence_no>18446744073709551614|.type == 6
+--only message.telemetry.data.id<=-2|.type == 6
+--only message.meta.vin!=x|true
+--only message.telemetry.time!=1793491200500|.type != 6
+--only body~^body.[1-3]+.b --only status=none|.body[:6] | IN("body 1", "body 2", "body 3")
+END
+expect 0 "" -- show --tsv message_id,ttl,message.vin,message.telemetry.data.string_value,device_id found
+same "--tsv" <(tail -n +2 out) <(jq -r '[.message_id, .ttl // 0, .message.vin,
+    (.message.telemetry | select(.) | [.[].data[].string_value[]] | tojson) // null, .device_id] | @tsv' all)
+expect 0 "" -- show --each message.telemetry.data --csv device_id,message.meta.packet_status,message.telemetry.time,message.telemetry.data.id --enum-names -n 7 found
+same "--each" out - <<'END'
+device_id,message.meta.packet_status,message.telemetry.time,message.telemetry.data.id
+"a, ""b""",LIVE,1793491200500,1
+"a, ""b""",LIVE,1793491200500,-2
+"a, ""b""",LIVE,0,3
+END
+expect 0 "" -- show --summary --json found
+same "--summary" <(jq -c '.groups[] | [.type, .device_id, .packets, .bytes]' out) <(jq -sc 'group_by([.type,
+    .device_id])[] | [.[0].type, (.[0].device_id // ""), length, (map(.length) | add)]' all)
+
+echo "-- diff"
+while IFS='|' read -r code words parts; do
+    # shellcheck disable=SC2086
+    cat $parts >other
+    expect "$code" "$words" -- diff file other
+done <<'END'
+0||r1 r2 r3 r4 r5 r6
+1|1 only in A, 0 only in B, 0 changed, 0 moved|r1 r3 r4 r5 r6
+1|0 only in A, 1 only in B, 0 changed, 0 moved|r1 r2 r3 r2 r4 r5 r6
+1|0 only in A, 0 only in B, 0 changed, 1 moved|r6 r1 r2 r3 r4 r5
+1|1 only in A, 2 only in B, 0 changed, 2 moved|r5 r1 r3 sent r2 r4
+END
+jq -c 'if .ttl then .message.telemetry[0].data[1] |= (.id = 5 | .double_array_value = [0.1]) |
+    .ttl = 0 | del(.message.meta.sequence_no) else .message.configuration.c = "2" end' messages |
+    "$vynpkt" pack -l - -o other
+expect 1 "" -- diff --json sent other
+same "what changed" <(jq -r '.fields[] | [.path, .a, .b] | @tsv' out | sort) - <<'END'
+message.configuration.c		2
+message.meta.sequence_no	18446744073709551615	
+message.telemetry[0].data[1].double_array_value[1]	1e+300	
+message.telemetry[0].data[1].id	-2	5
+ttl	-1	0
+END
+
 echo "-- damage"
 for ((torn = 1; torn < borders[2] - borders[1]; torn += 23)); do
     cat r1 <(head -c "$torn" r2) r3 r4 r5 r6 >torn
