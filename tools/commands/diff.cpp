@@ -27,7 +27,8 @@ With --types, a change of the body is told by the fields of the message. With
 "path", "a" and "b".
 
 Both must be regular files; they are read twice, and memory takes some 60 bytes
-for each packet. A damaged file is not compared: "vynpkt recover" mends it.
+for each of at most 5000000 records. A damaged file is not compared: "vynpkt
+recover" mends it.
 
 Exit code 0: the same; 1: they differ; 2: wrong usage; 3: a file cannot be read,
 or is damaged.
@@ -39,6 +40,9 @@ Examples:
 [[noreturn]] void refuse_changed(const std::string& name) {
     throw Failure(ExitCode::kFileError, name, "was changed while it was read");
 }
+
+// A file of zeros holds as many empty packets as it has bytes.
+constexpr uint64_t kMostPackets = 5000000;
 
 // Reads single packets of a file in any order.
 class PacketWindow {
@@ -175,7 +179,8 @@ public:
 private:
     ExitCode compare() {
         if (is_standard(a_) || is_standard(b_)) {
-            throw Failure(ExitCode::kUsage, "-", "files are read twice, so A and B must be regular");
+            throw Failure(ExitCode::kUsage, "-",
+                          "files are read twice, so A and B must be regular");
         }
         const MessageTypes types = types_.empty() ? MessageTypes() : MessageTypes(types_);
         Output out(output());
@@ -206,7 +211,11 @@ private:
         PacketFile file(path);
         Progress progress(name(), file.size());
         Outcome outcome = Outcome::kEntry;
-        while ((outcome = file.next()) == Outcome::kEntry) {
+        for (uint64_t count = 1; (outcome = file.next()) == Outcome::kEntry; ++count) {
+            if (count > kMostPackets) {
+                throw Failure(ExitCode::kFileError, file.name(),
+                              "more than " + std::to_string(kMostPackets) + " records");
+            }
             progress.at(file.position());
             visit(file);
         }
