@@ -5,17 +5,17 @@
 #include "cli/progress.h"
 #include "cli/report.h"
 #include "fuzz.h"
-#include "io/catalogue.h"
-#include "io/envelope_losses.h"
-#include "io/json_packet.h"
-#include "io/json_text.h"
 #include "io/line_reader.h"
 #include "io/packet.h"
 #include "io/packet_file.h"
-#include "io/packet_json.h"
 #include "io/recovery.h"
 #include "io/text_form.h"
 #include "io/zstd_frame.h"
+#include "json/envelope_losses.h"
+#include "json/json_packet.h"
+#include "json/json_text.h"
+#include "json/packet_json.h"
+#include "schema/catalogue.h"
 
 using vyn_fuzz::require;
 

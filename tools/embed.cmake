@@ -1,9 +1,9 @@
-# Writes the source TO with the bytes of the file FROM, which io/schema_text.cpp reads.
+# Writes the source TO with the bytes of the file FROM, which schema/schema_text.cpp reads.
 file(READ ${FROM} digits HEX)
 string(REGEX REPLACE "(..)" "0x\\1," bytes "${digits}")
 string(REGEX REPLACE "(................................................................................)"
     "\\1\n" bytes "${bytes}")
-file(WRITE ${TO} "#include \"io/descriptor_set.h\"
+file(WRITE ${TO} "#include \"schema/descriptor_set.h\"
 
 namespace vynpkt {
 

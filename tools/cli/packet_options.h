@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "io/message_types.h"
-#include "io/packet_json.h"
+#include "json/packet_json.h"
+#include "schema/message_types.h"
 
 namespace CLI {
 class App;

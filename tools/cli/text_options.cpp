@@ -3,10 +3,10 @@
 #include <CLI/CLI.hpp>
 
 #include "io/input.h"
-#include "io/json_text.h"
 #include "io/line_reader.h"
 #include "io/packet.h"
 #include "io/zstd_frame.h"
+#include "json/json_text.h"
 
 namespace vynpkt {
 

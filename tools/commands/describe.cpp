@@ -5,10 +5,10 @@
 #include <vector>
 
 #include "cli/command.h"
-#include "io/catalogue.h"
-#include "io/example.h"
 #include "io/output.h"
-#include "io/schema_text.h"
+#include "schema/catalogue.h"
+#include "schema/example.h"
+#include "schema/schema_text.h"
 
 namespace vynpkt {
 namespace {

@@ -7,9 +7,9 @@
 #include "io/file_window.h"
 #include "io/output.h"
 #include "io/packet.h"
-#include "io/packet_difference.h"
 #include "io/packet_file.h"
-#include "io/packet_match.h"
+#include "packets/packet_difference.h"
+#include "packets/packet_match.h"
 
 namespace vynpkt {
 namespace {

@@ -3,8 +3,8 @@
 #include <memory>
 
 #include "cli/command.h"
-#include "io/catalogue.h"
 #include "io/output.h"
+#include "schema/catalogue.h"
 
 namespace vynpkt {
 namespace {

@@ -11,20 +11,20 @@
 
 #include "cli/command.h"
 #include "cli/packet_options.h"
-#include "io/catalogue.h"
-#include "io/envelope_losses.h"
 #include "io/input.h"
-#include "io/json_document.h"
-#include "io/json_packet.h"
-#include "io/json_text.h"
 #include "io/line_reader.h"
 #include "io/output.h"
 #include "io/packet.h"
 #include "io/text_form.h"
 #include "io/zstd_frame.h"
+#include "json/envelope_losses.h"
+#include "json/json_document.h"
+#include "json/json_packet.h"
+#include "json/json_text.h"
 #include "json_helper.h"
 #include "logger.h"
 #include "proto_helper.h"
+#include "schema/catalogue.h"
 
 namespace vynpkt {
 namespace {

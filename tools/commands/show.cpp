@@ -9,10 +9,10 @@
 #include "io/output.h"
 #include "io/packet.h"
 #include "io/packet_file.h"
-#include "io/packet_filter.h"
-#include "io/packet_json.h"
-#include "io/packet_summary.h"
-#include "io/packet_table.h"
+#include "json/packet_json.h"
+#include "packets/packet_filter.h"
+#include "packets/packet_summary.h"
+#include "packets/packet_table.h"
 
 namespace vynpkt {
 namespace {

@@ -3,9 +3,9 @@
 #include <memory>
 
 #include "cli/command.h"
-#include "io/catalogue.h"
 #include "io/input.h"
 #include "io/output.h"
+#include "schema/catalogue.h"
 
 namespace vynpkt {
 namespace {

@@ -2,8 +2,8 @@
 #include <CLI/CLI.hpp>
 
 #include "cli/command.h"
-#include "io/message_types.h"
 #include "io/output.h"
+#include "schema/message_types.h"
 
 namespace vynpkt {
 namespace {

@@ -10,17 +10,17 @@
 #include "cli/command.h"
 #include "cli/packet_options.h"
 #include "cli/text_options.h"
-#include "io/catalogue.h"
 #include "io/input.h"
 #include "io/output.h"
 #include "io/packet.h"
-#include "io/packet_contents.h"
 #include "io/packet_file.h"
-#include "io/packet_json.h"
 #include "io/zstd_frame.h"
+#include "json/packet_json.h"
 #include "json_helper.h"
+#include "packets/packet_contents.h"
 #include "proto_helper.h"
 #include "protobuf/header_json.h"
+#include "schema/catalogue.h"
 
 namespace vynpkt {
 namespace {
