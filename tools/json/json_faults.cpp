@@ -20,13 +20,6 @@ auto parse(const Descriptor& type, const std::string& json) {
     return JsonStringToMessage(json, new_message(type).get(), options);
 }
 
-// Such as google.protobuf.UInt64Value, whose JSON is that of its one field.
-bool is_wrapper(const Descriptor& type) {
-    constexpr char kPackage[] = "google.protobuf.";
-    return type.field_count() == 1 &&
-           type.full_name().compare(0, sizeof kPackage - 1, kPackage) == 0;
-}
-
 // The field whose value stands for this one's in JSON.
 const FieldDescriptor& value_field(const FieldDescriptor& field) {
     const Descriptor* type = field.message_type();

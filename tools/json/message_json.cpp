@@ -3,6 +3,7 @@
 #include <charconv>
 #include <cmath>
 
+#include "schema/catalogue.h"
 #include "utils/json_text.h"
 #include "vynutils.h"
 
@@ -13,11 +14,6 @@ using google::protobuf::Descriptor;
 using google::protobuf::EnumValueDescriptor;
 using google::protobuf::Message;
 using google::protobuf::Reflection;
-
-// Such as google.protobuf.UInt64Value, which stands for its one field.
-bool is_wrapper(const Descriptor& type) {
-    return type.field_count() == 1 && type.full_name().compare(0, 16, "google.protobuf.") == 0;
-}
 
 void append_key(std::string& out, std::string_view key) {
     out += '"';

@@ -7,6 +7,7 @@
 
 #include "json/message_json.h"
 #include "packets/packet_keys.h"
+#include "schema/catalogue.h"
 
 namespace vynpkt {
 namespace {
@@ -18,7 +19,7 @@ using google::protobuf::util::MessageDifferencer;
 // The wrapper stands for its one field, as in JSON, and the key of a map for its value.
 bool is_silent(const FieldDescriptor& field) {
     const Descriptor& type = *field.containing_type();
-    return type.file()->name() == "google/protobuf/wrappers.proto" || type.options().map_entry();
+    return is_wrapper(type) || type.options().map_entry();
 }
 
 bool is_of_envelope(const FieldDescriptor& field) {

@@ -135,11 +135,8 @@ bool is_text_body(const Message& message, const FieldDescriptor& field) {
 
 // ---- Paths ---------------------------------------------------------------------------------------
 
-// Such as google.protobuf.UInt64Value, which stands for its one field.
-bool is_wrapper(const FieldDescriptor& field) {
-    const Descriptor* type = field.message_type();
-    return type != nullptr && type->field_count() == 1 &&
-           type->full_name().compare(0, 16, "google.protobuf.") == 0;
+bool holds_wrapper(const FieldDescriptor& field) {
+    return field.message_type() != nullptr && is_wrapper(*field.message_type());
 }
 
 std::string take_part(std::string_view& names) {
@@ -181,7 +178,7 @@ std::optional<FieldPath> find_path(const Descriptor& type, std::string_view name
     if (path.empty() || !names.empty()) {
         return {};
     }
-    if (is_wrapper(*path.back().field)) {
+    if (holds_wrapper(*path.back().field)) {
         path.push_back({path.back().field->message_type()->field(0)});
     }
     return path;
@@ -211,7 +208,7 @@ void add_keys(const Descriptor& type, const std::string& text, std::vector<std::
             const FieldDescriptor& field = *prefix.type->field(i);
             keys.push_back(prefix.text + std::string(field.name()));
             const bool has_fields =
-                field.message_type() != nullptr && !field.is_map() && !is_wrapper(field);
+                field.message_type() != nullptr && !field.is_map() && !holds_wrapper(field);
             if (has_fields && prefix.depth < kMaxDepth) {
                 waiting.push_back({field.message_type(), keys.back() + ".", prefix.depth + 1});
             }

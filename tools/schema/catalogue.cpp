@@ -127,6 +127,10 @@ const Descriptor& find_message(const std::string& name) {
     return *messages[found.front()];
 }
 
+bool is_wrapper(const Descriptor& type) {
+    return type.file()->name() == "google/protobuf/wrappers.proto";
+}
+
 std::unique_ptr<Message> new_message(const Descriptor& type) {
     return std::unique_ptr<Message>(
         MessageFactory::generated_factory()->GetPrototype(&type)->New());

@@ -38,6 +38,9 @@ using google::protobuf::FileDescriptor;
 // none.
 [[nodiscard]] const Descriptor& find_message(const std::string& name);
 
+// Such as google.protobuf.UInt64Value: in JSON it is the value of its one field.
+[[nodiscard]] bool is_wrapper(const Descriptor& type);
+
 [[nodiscard]] std::unique_ptr<google::protobuf::Message> new_message(const Descriptor& type);
 
 struct Converted {
