@@ -47,6 +47,7 @@ done <<END
 4|not know: "dev" (did you mean "device_id"?), "property_bag.fil" (|{"dev":1,"property_bag":{"fil":1},"body":"x"}|pack
 4|"packet_status": does not travel|{"packet_status":"LIVE","body":"x"}|pack
 0||{"packet_status":"LIVE","dev":1,"property_bag":{"checksum":"x"},"body":"x"}|pack --lenient
+0||{"dev":1,"version":3}|pack --lenient --header
 0||{"packet_status":1,"time":"now","property_bag":{"checksum":"x"},"offset":1}|pack --now --status 1 --body good
 1|not JSON of Header: "ttl": "x" is not an integer of 64 bits|{"ttl":"x"}|pack --header
 4|skipped what Header does not know: "bod" (did you mean "body"?)|{"bod":""}|pack --header
@@ -55,6 +56,8 @@ done <<END
 1|line 1: "message" without "name"|{"type":6,"message":{}}|pack -l
 1|line 1: "message": not JSON of Telemetry: "meta": 5 is not an object|{"type":5,"message":{"meta":5}}|pack -l --types types
 4|"body" is not "message"; took "message"|{"type":5,"message":{},"body":"EgA="}|pack --types types
+4|"device_id": given 2 times|{"device_id":"a","device_id":"b","body":"x"}|pack
+4|"property_bag.error_code": given 2 times|{"property_bag":{"error_code":1,"error_code":2},"body":"eA=="}|pack --header
 4|(code 9)|{"property_bag":{"error":"$long"},"body":"x"}|pack
 1|(stdin): "body": not JSON of Meta: "sequence_no": "99999999999999999999" is not an integer|{"message_type":32768,"body":{"sequence_no":99999999999999999999}}|pack --type Meta
 1|(stdin): "body": not JSON of Meta: "vin": 1234567890123456789 is not a string|{"message_type":32768,"body":{"vin":1234567890123456789}}|pack --type Meta

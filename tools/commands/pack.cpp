@@ -48,7 +48,8 @@ that is cut. --lenient leaves these reports out.
 
 With --header, the JSON is that of Header itself, as "show --header" prints it,
 and all of it goes into the packet. So does all of a line that "show --types"
-prints: "message" becomes the body, by its "name" or by the types.
+prints, which has "message", or "type" and "encoding": "message" becomes the
+body, by its "name" or by the types.
 
 -l writes each packet behind its length, a protobuf varint; with --hex or
 --base64, each as a line of text. The first line that is refused ends the run.
@@ -329,8 +330,7 @@ private:
 
     // Whether all of the JSON goes into the packet, and not only what the library takes.
     [[nodiscard]] bool takes_all(const std::string& json) const {
-        return options_.header() ||
-               (type_ == nullptr && body_.empty() && (options_.has_types() || has_message(json)));
+        return options_.header() || (type_ == nullptr && body_.empty() && is_typed_line(json));
     }
 
     [[nodiscard]] Packet make(const std::string& json, const Place& place) const {
@@ -343,8 +343,10 @@ private:
             parsed.header.set_body(read_whole(body_));
         }
         Packet packet{parsed.header.SerializeAsString()};
-        for (const std::string& loss : parsed.losses) {
-            packet.losses.push_back({loss});
+        if (!lenient_) {
+            for (const std::string& loss : parsed.losses) {
+                packet.losses.push_back({loss});
+            }
         }
         return packet;
     }

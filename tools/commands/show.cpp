@@ -112,8 +112,8 @@ public:
         make_filters(types);
         make_table(types);
         PacketFile file(input_);
-        if (follow_ && !file.is_regular()) {
-            throw Failure(ExitCode::kUsage, file.name(), "-f follows a regular file only");
+        if (follow_ && (is_standard(input_) || !file.is_regular())) {
+            throw Failure(ExitCode::kUsage, file.name(), "-f follows a regular file by its name");
         }
         style_ = options_.style();
         style_.position = offset_;

@@ -147,7 +147,9 @@ std::string bag_member_loss(const std::string& key, const JsonValue& value, bool
 
 class Losses {
 public:
-    explicit Losses(const EnvelopeUse& use) : use_(use) {}
+    // What was found already comes first.
+    Losses(const EnvelopeUse& use, std::vector<std::string> found)
+        : use_(use), found_(std::move(found)) {}
 
     void look_at(const std::string& name, const JsonValue& value) {
         const Key* key = find_key(name);
@@ -233,23 +235,24 @@ bool surely_travels(Kind kind, std::string_view value) {
 }
 
 // True of most envelopes, which need not be parsed once more then.
-bool surely_travels(std::string_view envelope) {
-    std::vector<JsonMember> members;
-    return split_object(envelope, members) &&
-           std::all_of(members.begin(), members.end(), [](const JsonMember& member) {
-               const Key* key = find_key(member.key);
-               return key != nullptr && surely_travels(key->kind, member.value);
-           });
+bool surely_travel(const std::vector<JsonMember>& members) {
+    return std::all_of(members.begin(), members.end(), [](const JsonMember& member) {
+        const Key* key = find_key(member.key);
+        return key != nullptr && surely_travels(key->kind, member.value);
+    });
 }
 
 }  // namespace
 
 std::vector<std::string> envelope_losses(const std::string& envelope, const EnvelopeUse& use) {
-    if (surely_travels(envelope)) {
+    std::vector<JsonMember> members;
+    const bool is_object = split_object(envelope, members);
+    std::vector<std::string> repeated = repeated_keys(members);
+    if (is_object && repeated.empty() && surely_travel(members)) {
         return {};
     }
     const JsonDocument document(envelope);
-    Losses losses(use);
+    Losses losses(use, std::move(repeated));
     for (const auto& [key, value] : document.root().members()) {
         losses.look_at(key, value);
     }

@@ -100,6 +100,9 @@ private:
 
     void read_header(const Members& members) {
         std::string json;
+        for (const std::string& twice : repeated_keys(members)) {
+            lose(twice);
+        }
         for (const JsonMember& member : members) {
             if (member.key == "body" || contains(extra_keys(), member.key)) {
                 if (member.value != "null") {
@@ -276,10 +279,19 @@ private:
 
 }  // namespace
 
-bool has_message(const std::string& json) {
+bool is_typed_line(const std::string& json) {
     Members members;
-    // Most lines have none, and need not be taken apart.
-    return json.find("\"message\"") != std::string::npos && split_object(json, members) &&
+    // Most envelopes have neither, and need not be taken apart.
+    if ((json.find("\"message\"") == std::string::npos &&
+         json.find("\"encoding\"") == std::string::npos) ||
+        !split_object(json, members)) {
+        return false;
+    }
+    const auto has = [&members](std::string_view key) {
+        return std::any_of(members.begin(), members.end(),
+                           [key](const JsonMember& member) { return member.key == key; });
+    };
+    return (has("type") && has("encoding")) ||
            std::any_of(members.begin(), members.end(), [](const JsonMember& member) {
                return member.key == "message" && !member.value.empty() &&
                       member.value.front() == '{';

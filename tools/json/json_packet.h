@@ -17,8 +17,9 @@ struct JsonPacket {
     std::vector<std::string> losses;  // what the packet lacks
 };
 
-// Whether the line has a message for its body, which is more than an envelope.
-[[nodiscard]] bool has_message(const std::string& json);
+// Whether the line is no plain envelope, but one that `show --types` prints: with "message", or with
+// both "type" and "encoding".
+[[nodiscard]] bool is_typed_line(const std::string& json);
 
 // Reads the line: the envelope or, with header_form, the JSON of `Header`. Refuses one that
 // contradicts itself or the types.

@@ -1,6 +1,7 @@
 #include "json/json_text.h"
 
 #include <algorithm>
+#include <map>
 
 namespace vynpkt {
 namespace {
@@ -115,6 +116,27 @@ bool split_object(std::string_view json, std::vector<JsonMember>& members) {
         members.push_back(member);
     } while (reader.take(','));
     return reader.take('}') && reader.at_end();
+}
+
+std::vector<std::string> repeated_keys(const std::vector<JsonMember>& members) {
+    std::map<std::string, int> counts;
+    std::vector<JsonMember> inner;
+    for (const JsonMember& member : members) {
+        ++counts[std::string(member.key)];
+        if (member.key == "property_bag" && split_object(member.value, inner)) {
+            for (const JsonMember& in_bag : inner) {
+                ++counts["property_bag." + std::string(in_bag.key)];
+            }
+        }
+    }
+    std::vector<std::string> told;
+    for (const auto& [key, count] : counts) {
+        if (count > 1) {
+            told.push_back("\"" + key + "\": given " + std::to_string(count) +
+                           " times; the last one counts");
+        }
+    }
+    return told;
 }
 
 std::string with_integers_quoted(std::string_view json) {

@@ -24,6 +24,10 @@ struct JsonMember {
 // values is not looked at.
 [[nodiscard]] bool split_object(std::string_view json, std::vector<JsonMember>& members);
 
+// What to tell of the keys of an envelope, and of its property bag, that stand there more than once:
+// parsers take the last one.
+[[nodiscard]] std::vector<std::string> repeated_keys(const std::vector<JsonMember>& members);
+
 // Puts -0 and long integers in quotes. json-c would read -0 as 0 and clamp integers of more than 64
 // bits; as strings they reach protobuf unchanged, which takes a string for a number.
 [[nodiscard]] std::string with_integers_quoted(std::string_view json);
