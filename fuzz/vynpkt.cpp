@@ -1,4 +1,5 @@
 // What vynpkt reads: the input as a packet file to recover, as lines, as a packet and as JSON.
+#include <algorithm>
 #include <fstream>
 #include <string>
 
@@ -15,7 +16,10 @@
 #include "json/json_packet.h"
 #include "json/json_text.h"
 #include "json/packet_json.h"
+#include "packets/packet_difference.h"
+#include "packets/packet_table.h"
 #include "schema/catalogue.h"
+#include "telemetry.pb.h"
 
 using vyn_fuzz::require;
 
@@ -99,11 +103,34 @@ void print_packet(Header& header) {
     }
 }
 
+void tabulate(const Header& header) {
+    static const InputFile file("0 Telemetry\n1 OtaManifestEcu\n5 Meta\n");
+    static const vynpkt::MessageTypes types(file.path);
+    static vynpkt::PacketTable table({vynpkt::PacketTable::Form::kTsv, "message,message.vin,body",
+                                      "message.telemetry.data", false},
+                                     types);
+    vynpkt::PacketContents packet(types);
+    packet.look_at(header, 0, header.ByteSizeLong());
+    std::string rows;
+    table.append_rows(packet, rows);
+    std::size_t elements = 0;
+    if (const auto* telemetry = dynamic_cast<const Telemetry*>(packet.message())) {
+        for (const TelemetryData& data : telemetry->telemetry()) {
+            elements += static_cast<std::size_t>(data.data_size());
+        }
+    }
+    require(static_cast<std::size_t>(std::count(rows.begin(), rows.end(), '\n')) == elements,
+            "a row for each element");
+    require(vynpkt::differences(packet, packet, true).empty(),
+            "a packet does not differ from itself");
+}
+
 void read_packet(const std::string& bytes) {
     try {
         Header header;
         const std::string plain = vynpkt::plain_packet(bytes, "packet");
         if (vynpkt::parse_header(plain, header)) {
+            tabulate(header);
             print_packet(header);
         }
         require(vynpkt::decompressed(vynpkt::compressed(plain)) == plain, "compressed and back");
