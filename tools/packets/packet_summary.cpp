@@ -19,10 +19,10 @@ std::string time_text(int64_t milliseconds) {
     constexpr int64_t kPerSecond = 1000;
     constexpr int kYearsSince = 1900;
     const int64_t fraction = (milliseconds % kPerSecond + kPerSecond) % kPerSecond;
-    const time_t seconds = (milliseconds - fraction) / kPerSecond;
+    const time_t seconds = milliseconds / kPerSecond - (milliseconds < 0 && fraction != 0 ? 1 : 0);
     std::tm parts{};
-    if (milliseconds < INT64_MIN + kPerSecond || ::gmtime_r(&seconds, &parts) == nullptr ||
-        parts.tm_year < -kYearsSince || parts.tm_year > 9999 - kYearsSince) {
+    if (::gmtime_r(&seconds, &parts) == nullptr || parts.tm_year < -kYearsSince ||
+        parts.tm_year > 9999 - kYearsSince) {
         return std::to_string(milliseconds);
     }
     char day[32];
