@@ -106,9 +106,10 @@ void print_packet(Header& header) {
 void tabulate(const Header& header) {
     static const InputFile file("0 Telemetry\n1 OtaManifestEcu\n5 Meta\n");
     static const vynpkt::MessageTypes types(file.path);
-    static vynpkt::PacketTable table({vynpkt::PacketTable::Form::kTsv, "message,message.vin,body",
-                                      "message.telemetry.data", false},
-                                     types);
+    thread_local vynpkt::PacketTable table(
+        {vynpkt::PacketTable::Form::kTsv, "message,message.vin,body", "message.telemetry.data",
+         false},
+        types);
     vynpkt::PacketContents packet(types);
     packet.look_at(header, 0, header.ByteSizeLong());
     std::string rows;

@@ -25,10 +25,10 @@ std::string time_text(int64_t milliseconds) {
         parts.tm_year > 9999 - kYearsSince) {
         return std::to_string(milliseconds);
     }
-    char day[32];
-    char text[64];
-    (void)std::strftime(day, sizeof day, "%Y-%m-%dT%H:%M:%S", &parts);
-    (void)std::snprintf(text, sizeof text, "%s.%03dZ", day, static_cast<int>(fraction));
+    char text[96];
+    (void)std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ",
+                        parts.tm_year + kYearsSince, parts.tm_mon + 1, parts.tm_mday, parts.tm_hour,
+                        parts.tm_min, parts.tm_sec, static_cast<int>(fraction));
     return text;
 }
 
