@@ -117,7 +117,7 @@ done <<END
 2|--each time: not a repeated field||show --csv type --each time damaged
 3|diff: damaged: damaged at offset 7||diff damaged damaged
 2|must be regular||diff - damaged
-1|types: (stdin): line 3: 7 is Meta already|7 Meta\n\n7 Trip|types
+1|types: (stdin): line 3: 7 is Meta already|\xef\xbb\xbf7 Meta\n\n7 Trip|types
 1|line 1: 16384 is more than the largest message type|16384 Meta|types
 1|line 1: Telemetri: no such message; did you mean "Telemetry"?|5 Telemetri|types
 1|append: (stdin): not a valid Header (code 11)|nonsense|append file

@@ -104,6 +104,9 @@ for number in -9223372036854775808 9223372036854775807 18446744073709551615; do
     grep -q -e "\"$number\"" out || fail "$number is another one"
 done
 gives telemetry.bin encode -t Telemetry decoded.json
+jq -nc '{configuration: ([range(9) | {"key \(.)": "v"}] | add)}' >map.json
+"$vynpkt" encode -t DeviceProvisionRequest map.json -o map
+gives map encode -t DeviceProvisionRequest map.json # whatever the order in which they are kept
 gives <(printf '\n\1e') encode -t ota.OtaManifestEcu <<<'{"ecu_name":"e"}'
 
 echo "-- pack and unpack by name"

@@ -2,6 +2,7 @@
 
 #include <glib.h>
 
+#include <algorithm>
 #include <iostream>
 #include <memory>
 #include <system_error>
@@ -56,6 +57,19 @@ void report_as_json() { g_json = true; }
 void report(const std::string& command, const Remark& remark) {
     Progress::wipe();
     std::cerr << (g_json ? as_json(command, remark) : as_text(command, remark)) + "\n";
+}
+
+std::string clipped(const std::string& text) {
+    constexpr std::size_t kLongest = 40;
+    std::string begin = text;
+    if (text.size() > kLongest) {
+        const char* end = g_utf8_find_prev_char(text.c_str(), text.c_str() + kLongest);
+        begin.resize(end == nullptr ? 0 : static_cast<std::size_t>(end - text.c_str()));
+        begin += "...";
+    }
+    std::replace_if(
+        begin.begin(), begin.end(), [](unsigned char c) { return c < ' '; }, '?');
+    return begin;
 }
 
 std::string json_text(std::string_view text) {

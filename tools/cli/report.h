@@ -68,6 +68,9 @@ void report_as_json();
 // The command is empty when the arguments did not name one.
 void report(const std::string& command, const Remark& remark);
 
+// The text, or its begin if it is long, without the control characters that would move the cursor.
+[[nodiscard]] std::string clipped(const std::string& text);
+
 // The text as a JSON string, in quotes. Bytes that are not UTF-8 become U+FFFD.
 [[nodiscard]] std::string json_text(std::string_view text);
 

@@ -64,17 +64,6 @@ std::string rendered(json_object* value) {
     return json_object_to_json_string_ext(value, JSON_C_TO_STRING_PLAIN);
 }
 
-// The text, or its begin if it is long.
-std::string clipped(const std::string& text) {
-    constexpr std::size_t kLongest = 40;
-    if (text.size() <= kLongest) {
-        return text;
-    }
-    const char* end = g_utf8_find_prev_char(text.c_str(), text.c_str() + kLongest);
-    return end == nullptr ? "..."
-                          : text.substr(0, static_cast<std::size_t>(end - text.c_str())) + "...";
-}
-
 }  // namespace
 
 std::string syntax_fault(const std::string& text, bool one_line, bool strict) {

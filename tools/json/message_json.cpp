@@ -2,6 +2,8 @@
 
 #include <charconv>
 #include <cmath>
+#include <set>
+#include <utility>
 
 #include "schema/catalogue.h"
 #include "utils/json_text.h"
@@ -143,23 +145,37 @@ void append_entry(std::string& out, const Message& entry, bool enum_names) {
     append_value(out, entry, *type.FindFieldByNumber(2), -1, enum_names);
 }
 
+// By their keys, since protobuf keeps the entries in an order that differs from run to run.
+// NOLINTNEXTLINE(misc-no-recursion)
+void append_map(std::string& out, const Message& message, const FieldDescriptor& field,
+                bool enum_names) {
+    const Reflection& reflection = *message.GetReflection();
+    std::set<std::string> entries;
+    for (int i = 0; i < reflection.FieldSize(message, &field); ++i) {
+        std::string entry;
+        append_entry(entry, reflection.GetRepeatedMessage(message, &field, i), enum_names);
+        entries.insert(std::move(entry));
+    }
+    out += '{';
+    for (const std::string& entry : entries) {
+        out += (out.back() == '{' ? "" : ",") + entry;
+    }
+    out += '}';
+}
+
 // NOLINTNEXTLINE(misc-no-recursion)
 void append_repeated(std::string& out, const Message& message, const FieldDescriptor& field,
                      bool enum_names) {
     const Reflection& reflection = *message.GetReflection();
     const int size = reflection.FieldSize(message, &field);
-    out += field.is_map() ? '{' : '[';
+    out += '[';
     for (int i = 0; i < size; ++i) {
         if (i > 0) {
             out += ',';
         }
-        if (field.is_map()) {
-            append_entry(out, reflection.GetRepeatedMessage(message, &field, i), enum_names);
-        } else {
-            append_value(out, message, field, i, enum_names);
-        }
+        append_value(out, message, field, i, enum_names);
     }
-    out += field.is_map() ? '}' : ']';
+    out += ']';
 }
 
 // Messages that are not there, and all but one of a oneof, are no fields at their default.
@@ -232,7 +248,9 @@ void append_message(std::string& out, const Message& message, const MessageStyle
             out += ',';
         }
         append_key(out, field.name());
-        if (field.is_repeated()) {
+        if (field.is_map()) {
+            append_map(out, message, field, style.enum_names);
+        } else if (field.is_repeated()) {
             append_repeated(out, message, field, style.enum_names);
         } else {
             append_value(out, message, field, -1, style.enum_names);

@@ -148,8 +148,9 @@ void open_header(std::string& out, const Header& header, bool with_body) {
 bool gives_body(PacketContents& packet) {
     const Message* message = packet.message();
     const std::string& body = packet.header().body();
+    std::string bytes;
     return message != nullptr && packet.unknown_fields() == 0 &&
-           message->ByteSizeLong() == body.size() && message->SerializeAsString() == body;
+           message->ByteSizeLong() == body.size() && serialize(*message, bytes) && bytes == body;
 }
 
 // Why the body is not the message that its type says, or not for certain; empty if it is.

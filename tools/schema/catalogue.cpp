@@ -1,6 +1,8 @@
 #include "schema/catalogue.h"
 
 #include <google/protobuf/descriptor.pb.h>
+#include <google/protobuf/io/coded_stream.h>
+#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 #include <google/protobuf/message.h>
 #include <google/protobuf/util/json_util.h>
 
@@ -136,6 +138,14 @@ std::unique_ptr<Message> new_message(const Descriptor& type) {
         MessageFactory::generated_factory()->GetPrototype(&type)->New());
 }
 
+bool serialize(const Message& message, std::string& bytes) {
+    bytes.clear();
+    google::protobuf::io::StringOutputStream stream(&bytes);
+    google::protobuf::io::CodedOutputStream coded(&stream);
+    coded.SetSerializationDeterministic(true);
+    return message.SerializeToCodedStream(&coded);
+}
+
 Converted encode(const Descriptor& type, const std::string& json, const Place& place,
                  const std::vector<std::string>& other_keys) {
     const std::unique_ptr<Message> message = new_message(type);
@@ -145,7 +155,7 @@ Converted encode(const Descriptor& type, const std::string& json, const Place& p
     const bool whole = JsonStringToMessage(json, message.get(), JsonParseOptions()).ok();
     // The bytes are parsed again: some releases of protobuf write a text that is not UTF-8, which
     // no receiver could read.
-    if ((!whole && !JsonToProto(json, *message)) || !message->SerializeToString(&converted.data) ||
+    if ((!whole && !JsonToProto(json, *message)) || !serialize(*message, converted.data) ||
         !parse(converted.data, *message)) {
         throw Failure(ExitCode::kRefused, place,
                       "not JSON of " + name + ": " + why_refused(type, json));

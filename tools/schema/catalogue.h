@@ -43,6 +43,9 @@ using google::protobuf::FileDescriptor;
 
 [[nodiscard]] std::unique_ptr<google::protobuf::Message> new_message(const Descriptor& type);
 
+// Gives the same bytes in every run: protobuf itself writes the entries of maps in any order.
+[[nodiscard]] bool serialize(const google::protobuf::Message& message, std::string& bytes);
+
 struct Converted {
     std::string data;
     std::string loss;  // says what the data lacks; empty when it is complete

@@ -14,6 +14,12 @@ namespace {
     throw Failure(ExitCode::kRefused, lines.place(), reason);
 }
 
+// Some editors put a byte order mark in front of the first line.
+std::string_view without_mark(std::string_view line) {
+    constexpr std::string_view kMark = "\xEF\xBB\xBF";
+    return line.substr(line.substr(0, kMark.size()) == kMark ? kMark.size() : 0);
+}
+
 std::string_view without_comment(std::string_view line) { return line.substr(0, line.find('#')); }
 
 // Takes the first word off the text.
@@ -30,11 +36,11 @@ uint32_t read_type(const std::string& word, const LineReader& lines) {
     const char* end = word.data() + word.size();
     const auto [stop, error] = std::from_chars(word.data(), end, type);
     if (error == std::errc::invalid_argument || stop != end) {
-        refuse(lines, "\"" + word + "\" is not a number; a line is NUMBER NAME");
+        refuse(lines, "\"" + clipped(word) + "\" is not a number; a line is NUMBER NAME");
     }
     if (error != std::errc() || type > vyn::kTypeMask) {
-        refuse(lines,
-               word + " is more than the largest message type, " + std::to_string(vyn::kTypeMask));
+        refuse(lines, clipped(word) + " is more than the largest message type, " +
+                          std::to_string(vyn::kTypeMask));
     }
     return type;
 }
@@ -52,7 +58,7 @@ const Descriptor& read_message(const std::string& name, const LineReader& lines)
 MessageTypes::MessageTypes(const std::string& path) {
     LineReader lines(path);
     for (std::string line; lines.next(line);) {
-        std::string_view text = without_comment(line);
+        std::string_view text = without_comment(without_mark(line));
         const std::string number = take_word(text);
         if (number.empty()) {
             continue;
