@@ -4,10 +4,14 @@
 
 namespace vynpkt {
 
-void PacketOptions::add_to(CLI::App& command, bool printing) {
+void PacketOptions::add_types_to(CLI::App& command) {
     command.add_option("--types", types_, "Name bodies by this file of message types")
         ->type_name("FILE")
         ->envname("VYNPKT_TYPES");
+}
+
+void PacketOptions::add_to(CLI::App& command, bool printing) {
+    add_types_to(command);
     command.add_flag("--header", style_.header, "JSON of Header itself, which loses nothing");
     if (printing) {
         command.add_flag("--keep-body", style_.keep_body, "Keep \"body\" beside \"message\"");

@@ -15,6 +15,8 @@ namespace vynpkt {
 
 class PacketOptions {
 public:
+    // Adds --types.
+    void add_types_to(CLI::App& command);
     // Adds --types and --header; with printing also --keep-body and --enum-names.
     void add_to(CLI::App& command, bool printing);
 

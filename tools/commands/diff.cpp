@@ -3,6 +3,7 @@
 #include <string_view>
 
 #include "cli/command.h"
+#include "cli/packet_options.h"
 #include "cli/progress.h"
 #include "io/file_window.h"
 #include "io/output.h"
@@ -152,9 +153,7 @@ public:
         CLI::App& app = arguments();
         app.add_option("A", a_, "The first packet file")->type_name("")->required();
         app.add_option("B", b_, "The second one")->type_name("")->required();
-        app.add_option("--types", types_, "Name bodies by this file of message types")
-            ->type_name("FILE")
-            ->envname("VYNPKT_TYPES");
+        options_.add_types_to(app);
         app.add_flag("--enum-names", enum_names_, "Print enums of messages by name");
         describe_json("Print an object for each difference; errors as objects, too");
     }
@@ -182,7 +181,7 @@ private:
             throw Failure(ExitCode::kUsage, "-",
                           "files are read twice, so A and B must be regular");
         }
-        const MessageTypes types = types_.empty() ? MessageTypes() : MessageTypes(types_);
+        const MessageTypes types = options_.read_types();
         Output out(output());
         PacketWindow a(a_);
         (void)PacketWindow(b_);  // refuses what is no regular file, as the other does
@@ -279,7 +278,7 @@ private:
 
     std::string a_;
     std::string b_;
-    std::string types_;
+    PacketOptions options_;
     bool enum_names_ = false;
     Counts counts_;
 };
