@@ -87,7 +87,7 @@ static void read(json_object* root, const char* json, const char* key) {
     reads(VYN_JSON_INT, json_object_get_int(value), 9);
     const bool array = json_object_is_type(root, json_type_array) != 0;
     require(static_cast<std::size_t>(get_json_array_length(json)) ==
-                (array ? json_object_array_length(root) : 0),
+                static_cast<std::size_t>(array ? json_object_array_length(root) : 0),
             "a length");
 }
 
