@@ -113,6 +113,8 @@ done <<END
 2|name a field of it, as in "property_bag.error_code"||show --only property_bag=1 damaged
 2|needs --types FILE||show --csv message.x damaged
 2|"message.meta.vim": no such key; did you mean "message.meta.vin"?||show --types types --csv message.meta.vim damaged
+2|without back references||show --only body~(a)\\1 damaged
+2|would appear at the end||show -f -o x damaged
 2|only one of --csv, ||show --csv type --count damaged
 2|--each time: not a repeated field||show --csv type --each time damaged
 3|diff: damaged: damaged at offset 7||diff damaged damaged

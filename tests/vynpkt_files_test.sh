@@ -117,6 +117,20 @@ message.telemetry[0].data[1].id	-2	5
 ttl	-1	0
 END
 
+echo "-- a file that grows, and is replaced"
+head -c 10 file >growing
+"$vynpkt" show -f growing >shown 2>err &
+# waits until so many lines are shown
+await() { timeout 10 bash -c "until [ \$(wc -l <shown) -eq $1 ]; do sleep 0.05; done" || fail "-f: $1"; }
+tail -c +11 file >>growing
+await 6
+cp file new
+mv new growing
+await 12
+kill $!
+same "show -f" shown <("$vynpkt" show file; "$vynpkt" show file)
+grep -q "growing: replaced" err || fail "-f: not told that the file was replaced"
+
 echo "-- damage"
 for ((torn = 1; torn < borders[2] - borders[1]; torn += 23)); do
     cat r1 <(head -c "$torn" r2) r3 r4 r5 r6 >torn

@@ -139,6 +139,10 @@ private:
         if (!each_.empty() && !csv_ && !tsv_) {
             throw Failure(ExitCode::kUsage, "--each", "is for --csv and --tsv");
         }
+        if (follow_ && !output().empty()) {
+            throw Failure(ExitCode::kUsage, "--follow",
+                          "never ends, and the FILE of -o would appear at the end");
+        }
         if (follow_ && (count_ || summary_)) {
             throw Failure(ExitCode::kUsage, "--follow", "never ends, so there is nothing to count");
         }

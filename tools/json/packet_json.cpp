@@ -190,13 +190,13 @@ void write_without_limits(PacketContents& packet, const JsonStyle& style, bool w
     const Header& header = packet.header();
     if (style.header) {
         open_header(line.json, header, with_body);
-        if (const std::size_t unknown = count_unknown_fields(header)) {
-            line.losses.push_back({"left out " + std::to_string(unknown) + " field" +
-                                       (unknown == 1 ? "" : "s") + " that Header does not know",
-                                   {}});
-        }
     } else {
         open_envelope(line.json, header, with_body);
+    }
+    if (const std::size_t unknown = count_unknown_fields(header)) {
+        line.losses.push_back({"left out " + std::to_string(unknown) + " field" +
+                                   (unknown == 1 ? "" : "s") + " that Header does not know",
+                               {}});
     }
     if (style.types) {
         append_names(packet, style, line);

@@ -272,6 +272,14 @@ bool PacketFilter::prepare(const FieldDescriptor* field, std::string& reason) {
 }
 
 void PacketFilter::prepare_regex() {
+    // With these, a search takes memory without bound.
+    for (std::size_t i = text_.find('\\'); i < text_.size(); i = text_.find('\\', i + 2)) {
+        if (i + 1 < text_.size() && text_[i + 1] >= '1' && text_[i + 1] <= '9') {
+            throw Failure(
+                ExitCode::kUsage, key_.text(),
+                "\"" + text_ + "\": a regular expression without back references, please");
+        }
+    }
     auto regex = std::make_unique<regex_t>();
     const int error = ::regcomp(regex.get(), text_.c_str(), REG_EXTENDED | REG_NOSUB);
     if (error != 0) {
