@@ -157,7 +157,7 @@ Number number_of(const Value& value) {
 
 int Number::compare(const Number& other) const {
     if (is_real_ && other.is_real_) {
-        return order(real_<other.real_, real_> other.real_);
+        return order(real_ < other.real_, other.real_ < real_);
     }
     if (other.is_real_) {
         return compare_with_real(other.real_);
@@ -167,7 +167,7 @@ int Number::compare(const Number& other) const {
 
 int Number::compare_whole(const Number& other) const {
     return negative_ != other.negative_ ? order(negative_, other.negative_)
-                                        : order(whole_<other.whole_, whole_> other.whole_);
+                                        : order(whole_ < other.whole_, other.whole_ < whole_);
 }
 
 // A double does not hold every number of 64 bits, but each double of that size without its fraction
