@@ -151,6 +151,7 @@ same "the files in it" <(jq -r .file objects | sort -u) <(printf '%s\n' '(stdin)
     /dev/zero bomb damaged good größe no/out nowhere null skip torn twice | sort)
 expect 3 "vynpkt: pack: --json: No such file" -- pack -- --json # a name, not the option
 expect 2 "-n N: the value is missing" -- show -n
+expect 0 "" -- show -n 1 damaged # which lies behind
 expect 2 "does not go with --json" -- list --files --json
 expect 1 "nothing could be recovered" -- recover torn -o kept
 [ "$(cat kept)" = old ] || fail "a refused run changed the output"

@@ -154,7 +154,8 @@ recovers end file
 expect 1 "damaged at offset ${borders[6]}" -- show end
 [ "$(jq -s length out)" -eq 6 ] || fail "records in front of damage are not shown"
 expect 3 '"file":"nowhere"' -- verify --json nowhere file end
-[ "$(head -n 2 out | jq -sc 'map([.whole, .records])')" = '[[true,6],[false,6]]' ] || fail "--json"
+[ "$(head -n 2 out | jq -sc 'map([.whole, .records, .bytes])')" = \
+    "[[true,6,${borders[6]}],[false,6,${borders[6]}]]" ] || fail "--json"
 
 cat file <(zeros 8) >zeros_behind
 gives zeros_behind recover zeros_behind
